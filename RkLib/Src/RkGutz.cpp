@@ -112,39 +112,50 @@ void AppendUtf16(std::u16string& out, char32_t c) {
   }
 }
 
-// Strict UTF-8 (no overlongs, no surrogates, nothing above U+10FFFF); each maximal bad
-// sequence gives one U+FFFD.
+// Strict UTF-8 (no overlongs, no surrogates, nothing above U+10FFFF). A bad sequence gives one
+// U+FFFD for each maximal subpart, the Unicode recommended practice, so the count of
+// replacements does not depend on where the decoder resynchronises.
 std::u16string DecodeUtf8(std::string_view s) {
   std::u16string out;
   out.reserve(s.size());
   size_t i = 0;
   while (i < s.size()) {
-    unsigned char b = static_cast<unsigned char>(s[i]);
+    const unsigned char b = static_cast<unsigned char>(s[i]);
     if (b < 0x80) {
       out += static_cast<char16_t>(b);
       ++i;
       continue;
     }
-    int extra = b >= 0xF0 ? 3 : b >= 0xE0 ? 2 : b >= 0xC0 ? 1 : -1;
-    char32_t c = extra == 3 ? (b & 0x07) : extra == 2 ? (b & 0x0F) : (b & 0x1F);
-    size_t j = i + 1;
-    bool ok = extra > 0 && b < 0xF5;
-    for (int k = 0; ok && k < extra; ++k, ++j) {
-      if (j >= s.size() || (static_cast<unsigned char>(s[j]) & 0xC0) != 0x80) {
-        ok = false;
-        break;
-      }
-      c = (c << 6) | (static_cast<unsigned char>(s[j]) & 0x3F);
-    }
-    static constexpr char32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-    if (ok && (c < kMin[extra] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))) ok = false;
-    if (ok) {
-      AppendUtf16(out, c);
-      i = j;
+    int extra;
+    char32_t c;
+    unsigned char lo = 0x80, hi = 0xBF;  // allowed range of the second byte
+    if (b >= 0xC2 && b <= 0xDF) {
+      extra = 1, c = b & 0x1F;
+    } else if (b >= 0xE0 && b <= 0xEF) {
+      extra = 2, c = b & 0x0F;
+      if (b == 0xE0) lo = 0xA0;  // overlong
+      if (b == 0xED) hi = 0x9F;  // surrogates
+    } else if (b >= 0xF0 && b <= 0xF4) {
+      extra = 3, c = b & 0x07;
+      if (b == 0xF0) lo = 0x90;  // overlong
+      if (b == 0xF4) hi = 0x8F;  // above U+10FFFF
     } else {
       out += u'\uFFFD';
-      i = std::max(j, i + 1);
+      ++i;
+      continue;
     }
+    size_t j = i + 1;
+    for (int k = 0; k < extra; ++k, ++j) {
+      const unsigned char t = j < s.size() ? static_cast<unsigned char>(s[j]) : 0;
+      if (t < (k == 0 ? lo : 0x80) || t > (k == 0 ? hi : 0xBF)) break;
+      c = (c << 6) | (t & 0x3F);
+    }
+    if (j - i == static_cast<size_t>(extra) + 1) {
+      AppendUtf16(out, c);
+    } else {
+      out += u'\uFFFD';
+    }
+    i = j;
   }
   return out;
 }

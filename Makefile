@@ -1,0 +1,43 @@
+# Front door. `make run` runs the main job, `make test` every test; both install what they need.
+CMAKE_BUILD := cmake --build --preset
+
+.PHONY: all deps build run test test-asan test-tsan bench fuzz fuzz-build clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+build/%/build.ninja: | deps
+	cmake --preset $* >/dev/null
+
+build: deps build/default/build.ninja
+	$(CMAKE_BUILD) default
+
+# The main job until the viewer stands: the digests and time stamps of the files of a folder.
+RUN_DIR ?= RkLib/Src
+run: build
+	build/default/bin/rksum $(RUN_DIR)
+
+test: build
+	ctest --preset default
+
+test-asan: deps build/asan/build.ninja
+	$(CMAKE_BUILD) asan
+	ctest --preset asan
+
+test-tsan: deps build/tsan/build.ninja
+	$(CMAKE_BUILD) tsan
+	ctest --preset tsan
+
+bench: build
+	build/default/bin/RkCrc32Bench
+
+# Builds the fuzz targets and replays each briefly from its seeds: a smoke run, not a campaign.
+FUZZ_SECONDS ?= 20
+fuzz: deps build/fuzz/build.ninja
+	$(CMAKE_BUILD) fuzz
+	scripts/run-fuzz build/fuzz/bin $(FUZZ_SECONDS)
+
+clean:
+	rm -rf build

@@ -1,0 +1,191 @@
+#include "RkCrc32.h"
+
+#include <array>
+
+#include "RkCpu.h"
+
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
+#define RK_CRC32_CLMUL 1
+#endif
+
+namespace RkLib {
+namespace {
+
+// Bit layout of a CRC register and of every constant in this file: bit j holds the coefficient
+// of x^(31-j). That is the order in which ZIP feeds the message, least significant bit of each
+// byte first, so multiplying by x is a shift right and x^31 is bit 0.
+constexpr uint32_t kPolynomial = 0xEDB88320;  // P(x) without its x^32 term
+
+constexpr uint32_t MulX(uint32_t v) { return (v >> 1) ^ ((v & 1) ? kPolynomial : 0); }
+
+constexpr uint32_t XPowModP(unsigned n) {
+  uint32_t v = 0x80000000u;  // x^0
+  for (; n != 0; --n) v = MulX(v);
+  return v;
+}
+
+// Sixteen bytes per step: 16 KiB of tables, which still fit the first-level cache beside the data.
+constexpr int kSlices = 16;
+using Crc32Tables = std::array<std::array<uint32_t, 256>, kSlices>;
+
+// tables[k][b]: the register change that byte b causes when k more bytes follow it in the step.
+constexpr Crc32Tables MakeTables() {
+  Crc32Tables tables{};
+  for (uint32_t b = 0; b < 256; ++b) {
+    uint32_t v = b;
+    for (int bit = 0; bit < 8; ++bit) v = MulX(v);
+    tables[0][b] = v;
+  }
+  for (int k = 1; k < kSlices; ++k) {
+    for (int b = 0; b < 256; ++b) {
+      const uint32_t prev = tables[k - 1][b];
+      tables[k][b] = (prev >> 8) ^ tables[0][prev & 0xFF];
+    }
+  }
+  return tables;
+}
+
+constexpr Crc32Tables kTables = MakeTables();
+
+// Byte by byte, so the same code is right on a big-endian host; compilers fuse it into one load.
+inline uint32_t LoadLe32(const uint8_t* p) {
+  return uint32_t{p[0]} | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24;
+}
+
+inline uint32_t SliceWord(uint32_t w, int k) {
+  return kTables[k][w & 0xFF] ^ kTables[k - 1][(w >> 8) & 0xFF] ^ kTables[k - 2][(w >> 16) & 0xFF] ^
+         kTables[k - 3][w >> 24];
+}
+
+// Works on the register itself, that is the complement of the CRC the callers see.
+uint32_t UpdateTable(uint32_t state, const uint8_t* p, size_t n) {
+  for (; n >= kSlices; n -= kSlices, p += kSlices) {
+    state = SliceWord(LoadLe32(p) ^ state, 15) ^ SliceWord(LoadLe32(p + 4), 11) ^
+            SliceWord(LoadLe32(p + 8), 7) ^ SliceWord(LoadLe32(p + 12), 3);
+  }
+  for (; n != 0; --n, ++p) state = (state >> 8) ^ kTables[0][(state ^ *p) & 0xFF];
+  return state;
+}
+
+#ifdef RK_CRC32_CLMUL
+
+// Folding. A 128-bit lane loaded from 16 message bytes holds in its bit k (bit k % 8 of byte k / 8)
+// the coefficient of x^(127-k) of that stretch of the message: its low quadword H stands for
+// H(x) x^64 and its high quadword L for L(x). Carrying the lane D bits further down the message
+// multiplies it by x^D, and modulo P
+//   H x^(64+D) + L x^D  =  H (x^(64+D) mod P) + L (x^D mod P).
+// pclmulqdq of a quadword (bit i for x^(63-i)) with a 32-bit constant in the register layout
+// (bit j for x^(31-j)) puts the coefficient of x^(94-k) in bit k, which as a lane is the product
+// times x^33. So the constant for H is x^(D+31) mod P and the one for L is x^(D-33) mod P. Each
+// product is at most 95 bits wide: the sum of the two is again a lane, D bits further on.
+struct FoldConstants {
+  uint64_t forLow;
+  uint64_t forHigh;
+};
+
+constexpr FoldConstants FoldBy(unsigned bits) { return {XPowModP(bits + 31), XPowModP(bits - 33)}; }
+
+constexpr int kLanes = 8;
+constexpr size_t kLaneBytes = 16;
+constexpr size_t kBlockBytes = kLanes * kLaneBytes;
+
+// kFold[i] carries a lane i lanes further: kFold[8] across a whole block in the main loop,
+// kFold[1..7] to merge the eight lanes at the end.
+constexpr std::array<FoldConstants, kLanes + 1> MakeFoldConstants() {
+  std::array<FoldConstants, kLanes + 1> constants{};
+  for (unsigned i = 1; i <= kLanes; ++i) constants[i] = FoldBy(i * kLaneBytes * 8);
+  return constants;
+}
+
+constexpr std::array<FoldConstants, kLanes + 1> kFold = MakeFoldConstants();
+
+// Shorter inputs are left to the tables: setting up and merging eight lanes costs about as much
+// as slicing a couple of hundred bytes.
+constexpr size_t kClmulMinLength = 2 * kBlockBytes;
+
+#define RK_CLMUL_TARGET __attribute__((target("pclmul,sse4.1,ssse3")))
+
+RK_CLMUL_TARGET inline __m128i LoadFold(unsigned lanes) {
+  return _mm_set_epi64x(static_cast<long long>(kFold[lanes].forHigh),
+                        static_cast<long long>(kFold[lanes].forLow));
+}
+
+RK_CLMUL_TARGET inline __m128i Fold(__m128i lane, __m128i constants) {
+  return _mm_xor_si128(_mm_clmulepi64_si128(lane, constants, 0x00),
+                       _mm_clmulepi64_si128(lane, constants, 0x11));
+}
+
+// Needs n >= kClmulMinLength.
+RK_CLMUL_TARGET uint32_t UpdateClmul(uint32_t state, const uint8_t* p, size_t n) {
+  const size_t head = (kLaneBytes - reinterpret_cast<uintptr_t>(p) % kLaneBytes) % kLaneBytes;
+  state = UpdateTable(state, p, head);
+  p += head;
+  n -= head;
+
+  const auto* in = reinterpret_cast<const __m128i*>(p);
+  __m128i x[kLanes];
+#pragma GCC unroll 8
+  for (int i = 0; i < kLanes; ++i) x[i] = _mm_load_si128(in + i);
+  // The register stands for the message so far, shifted to line up with the next 32 bits.
+  x[0] = _mm_xor_si128(x[0], _mm_cvtsi32_si128(static_cast<int>(state)));
+  in += kLanes;
+  n -= kBlockBytes;
+
+  const __m128i byBlock = LoadFold(kLanes);
+  for (; n >= kBlockBytes; n -= kBlockBytes, in += kLanes) {
+#pragma GCC unroll 8
+    for (int i = 0; i < kLanes; ++i) x[i] = _mm_xor_si128(Fold(x[i], byBlock), _mm_load_si128(in + i));
+  }
+
+  // Pairwise, so that the merge waits on one multiplication, not seven in a row.
+  const __m128i m01 = _mm_xor_si128(Fold(x[0], LoadFold(7)), Fold(x[1], LoadFold(6)));
+  const __m128i m23 = _mm_xor_si128(Fold(x[2], LoadFold(5)), Fold(x[3], LoadFold(4)));
+  const __m128i m45 = _mm_xor_si128(Fold(x[4], LoadFold(3)), Fold(x[5], LoadFold(2)));
+  const __m128i m67 = _mm_xor_si128(Fold(x[6], LoadFold(1)), x[7]);
+  __m128i acc = _mm_xor_si128(_mm_xor_si128(m01, m23), _mm_xor_si128(m45, m67));
+
+  const __m128i byLane = LoadFold(1);
+  for (; n >= kLaneBytes; n -= kLaneBytes, ++in) acc = _mm_xor_si128(Fold(acc, byLane), _mm_load_si128(in));
+
+  // The lane is a message of 16 bytes whose CRC register, starting from zero, is the register of
+  // everything folded so far; the tables finish it and the tail.
+  alignas(16) uint8_t lane[kLaneBytes];
+  _mm_store_si128(reinterpret_cast<__m128i*>(lane), acc);
+  state = UpdateTable(0, lane, kLaneBytes);
+  return UpdateTable(state, reinterpret_cast<const uint8_t*>(in), n);
+}
+
+#endif  // RK_CRC32_CLMUL
+
+using Crc32Routine = uint32_t (*)(uint32_t, const void*, size_t) noexcept;
+
+Crc32Routine ChosenRoutine() noexcept {
+  static const Crc32Routine routine =
+      RkCrc32ClmulUsable(RkCpuFeatures::Query()) ? &RkCrc32Clmul : &RkCrc32Table;
+  return routine;
+}
+
+}  // namespace
+
+uint32_t RkCrc32(uint32_t crc, const void* data, size_t length) noexcept {
+  return ChosenRoutine()(crc, data, length);
+}
+
+uint32_t RkCrc32Table(uint32_t crc, const void* data, size_t length) noexcept {
+  if (data == nullptr) return 0;
+  return ~UpdateTable(~crc, static_cast<const uint8_t*>(data), length);
+}
+
+uint32_t RkCrc32Clmul(uint32_t crc, const void* data, size_t length) noexcept {
+  if (data == nullptr) return 0;
+  const auto* p = static_cast<const uint8_t*>(data);
+#ifdef RK_CRC32_CLMUL
+  if (length >= kClmulMinLength) return ~UpdateClmul(~crc, p, length);
+#endif
+  return ~UpdateTable(~crc, p, length);
+}
+
+bool RkCrc32HasClmul() noexcept { return ChosenRoutine() == &RkCrc32Clmul; }
+
+}  // namespace RkLib
