@@ -28,7 +28,9 @@ uint32_t Zlib(uint32_t crc, const void* data, size_t length) {
   return static_cast<uint32_t>(crc32(crc, static_cast<const Bytef*>(data), static_cast<uInt>(length)));
 }
 
-uint32_t Libdeflate(uint32_t crc, const void* data, size_t length) { return libdeflate_crc32(crc, data, length); }
+uint32_t Libdeflate(uint32_t crc, const void* data, size_t length) {
+  return libdeflate_crc32(crc, data, length);
+}
 
 uint32_t OursTable(uint32_t crc, const void* data, size_t length) {
   return RkLib::RkCrc32Table(crc, data, length);
@@ -52,7 +54,9 @@ const std::vector<uint8_t>& Input() {
   return bytes;
 }
 
-std::string RunName(const char* engine, size_t size) { return std::string("Crc32/") + engine + "/" + std::to_string(size); }
+std::string RunName(const char* engine, size_t size) {
+  return std::string("Crc32/") + engine + "/" + std::to_string(size);
+}
 
 void RunEngine(benchmark::State& state, Crc32Routine run, size_t size) {
   const uint8_t* data = Input().data();

@@ -100,9 +100,9 @@ constexpr std::array<FoldConstants, kLanes + 1> MakeFoldConstants() {
 
 constexpr std::array<FoldConstants, kLanes + 1> kFold = MakeFoldConstants();
 
-// Shorter inputs are left to the tables: setting up and merging eight lanes costs about as much
-// as slicing a couple of hundred bytes.
-constexpr size_t kClmulMinLength = 2 * kBlockBytes;
+// Shorter inputs are left to the tables, which are faster there than one lane and the table
+// pass over the final lane.
+constexpr size_t kClmulMinLength = 64;
 
 #define RK_CLMUL_TARGET __attribute__((target("pclmul,sse4.1,ssse3")))
 
@@ -116,14 +116,10 @@ RK_CLMUL_TARGET inline __m128i Fold(__m128i lane, __m128i constants) {
                        _mm_clmulepi64_si128(lane, constants, 0x11));
 }
 
-// Needs n >= kClmulMinLength.
-RK_CLMUL_TARGET uint32_t UpdateClmul(uint32_t state, const uint8_t* p, size_t n) {
-  const size_t head = (kLaneBytes - reinterpret_cast<uintptr_t>(p) % kLaneBytes) % kLaneBytes;
-  state = UpdateTable(state, p, head);
-  p += head;
-  n -= head;
-
-  const auto* in = reinterpret_cast<const __m128i*>(p);
+// Eight lanes at a time; returns the single lane that the eight fold into. Needs n >= kBlockBytes
+// and p aligned to 16 bytes.
+RK_CLMUL_TARGET __m128i FoldBlocks(uint32_t state, const __m128i*& in, size_t& n) {
+  // Each loop over the lanes is unrolled so that the array lives in registers.
   __m128i x[kLanes];
 #pragma GCC unroll 8
   for (int i = 0; i < kLanes; ++i) x[i] = _mm_load_si128(in + i);
@@ -143,7 +139,23 @@ RK_CLMUL_TARGET uint32_t UpdateClmul(uint32_t state, const uint8_t* p, size_t n)
   const __m128i m23 = _mm_xor_si128(Fold(x[2], LoadFold(5)), Fold(x[3], LoadFold(4)));
   const __m128i m45 = _mm_xor_si128(Fold(x[4], LoadFold(3)), Fold(x[5], LoadFold(2)));
   const __m128i m67 = _mm_xor_si128(Fold(x[6], LoadFold(1)), x[7]);
-  __m128i acc = _mm_xor_si128(_mm_xor_si128(m01, m23), _mm_xor_si128(m45, m67));
+  return _mm_xor_si128(_mm_xor_si128(m01, m23), _mm_xor_si128(m45, m67));
+}
+
+// Needs n >= kClmulMinLength.
+RK_CLMUL_TARGET uint32_t UpdateClmul(uint32_t state, const uint8_t* p, size_t n) {
+  const size_t head = (kLaneBytes - reinterpret_cast<uintptr_t>(p) % kLaneBytes) % kLaneBytes;
+  state = UpdateTable(state, p, head);
+  n -= head;
+
+  const auto* in = reinterpret_cast<const __m128i*>(p + head);
+  __m128i acc;
+  if (n >= kBlockBytes) {
+    acc = FoldBlocks(state, in, n);
+  } else {
+    acc = _mm_xor_si128(_mm_load_si128(in++), _mm_cvtsi32_si128(static_cast<int>(state)));
+    n -= kLaneBytes;
+  }
 
   const __m128i byLane = LoadFold(1);
   for (; n >= kLaneBytes; n -= kLaneBytes, ++in) acc = _mm_xor_si128(Fold(acc, byLane), _mm_load_si128(in));

@@ -25,13 +25,20 @@ uint64_t LoadLe(const uint8_t* in, size_t count) {
 
 std::unique_ptr<RkDigestFunction> RkDigestFunction::Create(uint32_t kind) {
   switch (kind) {
-    case kDigestNone: return std::make_unique<RkDigestFunction>();
-    case kDigestCrc32: return std::make_unique<RkDigestCrc32>();
-    case kDigestCrc64: return std::make_unique<RkDigestCrc64>();
-    case kDigestSha1: return std::make_unique<RkDigestSha1>();
-    case kDigestSha256: return std::make_unique<RkDigestSha256>();
-    case kDigestMd5: return std::make_unique<RkDigestMd5>();
-    default: break;
+    case kDigestNone:
+      return std::make_unique<RkDigestFunction>();
+    case kDigestCrc32:
+      return std::make_unique<RkDigestCrc32>();
+    case kDigestCrc64:
+      return std::make_unique<RkDigestCrc64>();
+    case kDigestSha1:
+      return std::make_unique<RkDigestSha1>();
+    case kDigestSha256:
+      return std::make_unique<RkDigestSha256>();
+    case kDigestMd5:
+      return std::make_unique<RkDigestMd5>();
+    default:
+      break;
   }
   RK_ASSERT(false);
   return nullptr;
@@ -41,7 +48,9 @@ RkDigestFunction::~RkDigestFunction() = default;
 
 void RkDigestFunction::Reset() { std::memset(value_.bytes, 0, sizeof value_.bytes); }
 
-bool RkDigestFunction::IsValueEmpty(const RkDigestValue& value) const { return LoadLe(value.bytes + 4, 4) == 0; }
+bool RkDigestFunction::IsValueEmpty(const RkDigestValue& value) const {
+  return LoadLe(value.bytes + 4, 4) == 0;
+}
 
 bool RkDigestFunction::GetValue(RkDigestValue* out) const {
   RK_ASSERT(out != nullptr);

@@ -21,6 +21,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <utility>
 
 #include "RkString.h"
 

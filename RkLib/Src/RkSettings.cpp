@@ -1,6 +1,7 @@
 #include "RkSettings.h"
 
-#include <climits>
+#include <algorithm>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <utility>
@@ -74,8 +75,7 @@ bool IsSpace(char16_t c) { return c == u' ' || (c >= u'\t' && c <= u'\r'); }
 
 struct Decimal {
   bool negative = false;
-  bool anyDigit = false;
-  uint64_t magnitude = 0;  // saturates just above the 32-bit range
+  int64_t magnitude = 0;  // stops growing once past the 32-bit range
 };
 
 // Blanks, a sign, then decimal digits up to the first other character.
@@ -85,26 +85,23 @@ Decimal ScanDecimal(std::u16string_view s) {
   while (i < s.size() && IsSpace(s[i])) ++i;
   if (i < s.size() && (s[i] == u'+' || s[i] == u'-')) d.negative = s[i++] == u'-';
   for (; i < s.size() && s[i] >= u'0' && s[i] <= u'9'; ++i) {
-    d.anyDigit = true;
-    if (d.magnitude <= uint64_t{1} << 32) d.magnitude = d.magnitude * 10 + (s[i] - u'0');
+    if (d.magnitude <= INT64_C(1) << 32) d.magnitude = d.magnitude * 10 + (s[i] - u'0');
   }
   return d;
 }
 
-// wcstol with a 32-bit long, as on the platform the settings come from: out of range clamps.
+int32_t Saturate(int64_t v) { return static_cast<int32_t>(std::clamp<int64_t>(v, INT32_MIN, INT32_MAX)); }
+
+// wcstol where long has 32 bits: a number out of range gives the nearest limit.
 int32_t ParseLong(std::u16string_view s) {
   Decimal d = ScanDecimal(s);
-  if (d.negative)
-    return d.magnitude > uint64_t{1} << 31 ? INT32_MIN
-                                           : static_cast<int32_t>(-static_cast<int64_t>(d.magnitude));
-  return d.magnitude > INT32_MAX ? INT32_MAX : static_cast<int32_t>(d.magnitude);
+  return Saturate(d.negative ? -d.magnitude : d.magnitude);
 }
 
 // The profile reader's documented rule: a negative value reads as 0. Large ones saturate.
 int32_t ParseProfileInt(std::u16string_view s) {
   Decimal d = ScanDecimal(s);
-  if (d.negative) return 0;
-  return d.magnitude > INT32_MAX ? INT32_MAX : static_cast<int32_t>(d.magnitude);
+  return d.negative ? 0 : Saturate(d.magnitude);
 }
 
 }  // namespace

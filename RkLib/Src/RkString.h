@@ -54,6 +54,7 @@ class RkString {
   size_t size() const noexcept { return body_.size(); }
   const char16_t* c_str() const noexcept { return body_.c_str(); }
   std::u16string_view view() const noexcept { return body_; }
+  operator std::u16string_view() const noexcept { return body_; }  // NOLINT(google-explicit-constructor)
   const std::u16string& str() const noexcept { return body_; }
   char16_t operator[](size_t i) const { return body_[i]; }
   char16_t back() const { return body_.back(); }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <ctime>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 
 #include "RkError.h"
@@ -76,8 +77,8 @@ bool FieldsFormDate(int64_t year, int64_t month, int64_t day, int64_t hour, int6
          minute >= 0 && minute < 60 && second >= 0 && second < 60 && millisecond >= 0 && millisecond <= 999;
 }
 
-RkTimeStamp CheckedStamp(int64_t year, int64_t month, int64_t day, int64_t hour, int64_t minute, int64_t second,
-                         int64_t millisecond) {
+RkTimeStamp CheckedStamp(int64_t year, int64_t month, int64_t day, int64_t hour, int64_t minute,
+                         int64_t second, int64_t millisecond) {
   if (!FieldsFormDate(year, month, day, hour, minute, second, millisecond)) throw TimeStampNotValid();
   return RkTimeStamp(static_cast<int32_t>(year), static_cast<int32_t>(month), static_cast<int32_t>(day),
                      static_cast<int32_t>(hour), static_cast<int32_t>(minute), static_cast<int32_t>(second),
@@ -216,8 +217,8 @@ RkTimeStamp RkTimeStamp::FromUnixMilliseconds(int64_t milliseconds) {
   const int64_t msOfDay = milliseconds - days * kMsPerDay;
   const CivilDate date = CivilFromDays(days);
   const int32_t secondOfDay = static_cast<int32_t>(msOfDay / 1000);
-  return RkTimeStamp(date.year, date.month, date.day, secondOfDay / 3600, secondOfDay / 60 % 60, secondOfDay % 60,
-                     static_cast<int32_t>(msOfDay % 1000));
+  return RkTimeStamp(date.year, date.month, date.day, secondOfDay / 3600, secondOfDay / 60 % 60,
+                     secondOfDay % 60, static_cast<int32_t>(msOfDay % 1000));
 }
 
 void RkTimeStamp::toTm(struct tm& out) const {
@@ -289,9 +290,9 @@ bool operator==(const RkTimeStamp& a, const RkTimeStamp& b) noexcept { return (a
 
 std::strong_ordering operator<=>(const RkTimeStamp& a, const RkTimeStamp& b) noexcept {
   if (!a.isSet || !b.isSet) return (a.isSet != 0) <=> (b.isSet != 0);
-  const int32_t RkTimeStamp::*const kFields[] = {&RkTimeStamp::year,   &RkTimeStamp::month,  &RkTimeStamp::day,
-                                                 &RkTimeStamp::hour,   &RkTimeStamp::minute, &RkTimeStamp::second,
-                                                 &RkTimeStamp::millisecond};
+  const int32_t RkTimeStamp::*const kFields[] = {
+      &RkTimeStamp::year,   &RkTimeStamp::month,  &RkTimeStamp::day,        &RkTimeStamp::hour,
+      &RkTimeStamp::minute, &RkTimeStamp::second, &RkTimeStamp::millisecond};
   for (auto field : kFields) {
     if (auto order = a.*field <=> b.*field; order != 0) return order;
   }
@@ -310,17 +311,18 @@ namespace {
 
 constexpr uint32_t kStyleFormMask = 0xFF;
 
-// The stamp as it is to be shown, or false when there is nothing to show.
-bool StampToShow(const RkTimeStamp& stamp, bool local, RkTimeStamp& shown) {
-  if (!stamp.isValid()) return false;
-  shown = stamp;
-  if (local) {
-    try {
-      shown = stamp.toLocal();
-    } catch (const TimeStampOutOfBounds&) {
-    }
+// The stamp as it is to be shown, or nothing. Each path writes the whole result. The obvious form,
+// `shown = stamp; try { shown = stamp.toLocal(); } catch ...`, is miscompiled by GCC 12 at -O2: its
+// mod-ref analysis takes the call as always writing the return slot, drops the first copy as dead,
+// and leaves `shown` unwritten when the call throws (-fno-ipa-modref restores it).
+std::optional<RkTimeStamp> StampToShow(const RkTimeStamp& stamp, bool local) {
+  if (!stamp.isValid()) return std::nullopt;
+  if (!local) return stamp;
+  try {
+    return stamp.toLocal();
+  } catch (const TimeStampOutOfBounds&) {
+    return stamp;
   }
-  return true;
 }
 
 RkString DatePart(const RkTimeStamp& t, uint32_t style) {
@@ -358,23 +360,22 @@ RkString TimePart(const RkTimeStamp& t, uint32_t style) {
 }  // namespace
 
 RkString RkFormatDate(const RkTimeStamp& stamp, uint32_t style) {
-  RkTimeStamp shown;
-  if (!StampToShow(stamp, style & kFormatLocalTime, shown)) return RkString();
-  return DatePart(shown, style);
+  const std::optional<RkTimeStamp> shown = StampToShow(stamp, style & kFormatLocalTime);
+  return shown ? DatePart(*shown, style) : RkString();
 }
 
 RkString RkFormatTime(const RkTimeStamp& stamp, uint32_t style) {
-  RkTimeStamp shown;
-  if (!StampToShow(stamp, style & kFormatLocalTime, shown)) return RkString();
-  return TimePart(shown, style);
+  const std::optional<RkTimeStamp> shown = StampToShow(stamp, style & kFormatLocalTime);
+  return shown ? TimePart(*shown, style) : RkString();
 }
 
 RkString RkFormatTimeStamp(const RkTimeStamp& stamp, uint32_t dateStyle, uint32_t timeStyle, uint32_t flags) {
-  RkTimeStamp shown;
-  if (!StampToShow(stamp, (dateStyle | timeStyle | flags) & kFormatLocalTime, shown)) return RkString();
-  RkString text = DatePart(shown, dateStyle);
+  const std::optional<RkTimeStamp> shown =
+      StampToShow(stamp, (dateStyle | timeStyle | flags) & kFormatLocalTime);
+  if (!shown) return RkString();
+  RkString text = DatePart(*shown, dateStyle);
   text += (flags & kFormatIsoSeparator) ? u'T' : u' ';
-  text += TimePart(shown, timeStyle);
+  text += TimePart(*shown, timeStyle);
   return text;
 }
 

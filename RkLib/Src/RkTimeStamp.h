@@ -65,8 +65,8 @@ class RkTimeStamp {
   RkTimeStamp(int32_t year, int32_t month, int32_t day, int32_t hour = 0, int32_t minute = 0,
               int32_t second = 0, int32_t millisecond = 0) noexcept;
 
-  void set(int32_t year, int32_t month, int32_t day, int32_t hour = 0, int32_t minute = 0,
-           int32_t second = 0, int32_t millisecond = 0) noexcept;
+  void set(int32_t year, int32_t month, int32_t day, int32_t hour = 0, int32_t minute = 0, int32_t second = 0,
+           int32_t millisecond = 0) noexcept;
   void clear() noexcept { *this = RkTimeStamp(); }
 
   static bool IsLeapYear(int32_t year) noexcept;

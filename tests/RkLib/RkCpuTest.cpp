@@ -1,6 +1,6 @@
-#include "RkCpu.h"
-
 #include <gtest/gtest.h>
+
+#include "RkCpu.h"
 
 using namespace RkLib;
 

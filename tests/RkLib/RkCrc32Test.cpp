@@ -1,5 +1,3 @@
-#include "RkCrc32.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "RkCpu.h"
+#include "RkCrc32.h"
 
 using namespace RkLib;
 
@@ -66,8 +65,8 @@ TEST(RkCrc32, PublishedVectors) {
   }
 }
 
-// The folding routine only starts past a few hundred bytes; a long text checks it against a
-// published value rather than only against the other routines.
+// The short vectors never reach the folding routine; a long text checks it against a published
+// value rather than only against the other routines.
 TEST(RkCrc32, MillionA) {
   const std::string text(1000000, 'a');
   for (const Routine& routine : kRoutines) {
@@ -86,8 +85,8 @@ TEST(RkCrc32, NullDataGivesStartValue) {
   }
 }
 
-// Every short length at every alignment: the folding routine's head, block and tail splits all
-// move with the start offset.
+// Every short length at every alignment: the lengths cross from the tables to one lane and to
+// eight, and the folding routine's head, block and tail splits all move with the start offset.
 TEST(RkCrc32, EveryShortLengthAndOffset) {
   const std::vector<uint8_t> bytes = RandomBytes(300 + 16, 1);
   std::mt19937 random(2);

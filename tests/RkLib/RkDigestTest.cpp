@@ -1,5 +1,3 @@
-#include "RkDigest.h"
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,13 +6,15 @@
 #include <string>
 #include <vector>
 
+#include "RkDigest.h"
 #include "RkError.h"
 
 using namespace RkLib;
 
 namespace {
 
-const uint32_t kAllKinds[] = {kDigestNone, kDigestCrc32, kDigestCrc64, kDigestSha1, kDigestSha256, kDigestMd5};
+const uint32_t kAllKinds[] = {kDigestNone, kDigestCrc32,  kDigestCrc64,
+                              kDigestSha1, kDigestSha256, kDigestMd5};
 
 std::string Hex(const uint8_t* bytes, size_t n) {
   std::string text;
@@ -88,10 +88,8 @@ TEST(RkDigest, PublishedVectors) {
     EXPECT_EQ(value.kind, v.kind);
     EXPECT_EQ(Hex(value.bytes, digest->GetLength()), v.digest);
     EXPECT_TRUE(AllZero(value.bytes + digest->GetLength(), RkDigestValue::kMaxBytes - digest->GetLength()));
-    const uint32_t firstWord = digest->GetLength() == 0 ? 0
-                                                         : uint32_t{value.bytes[0]} | uint32_t{value.bytes[1]} << 8 |
-                                                               uint32_t{value.bytes[2]} << 16 |
-                                                               uint32_t{value.bytes[3]} << 24;
+    const uint32_t firstWord = uint32_t{value.bytes[0]} | uint32_t{value.bytes[1]} << 8 |
+                               uint32_t{value.bytes[2]} << 16 | uint32_t{value.bytes[3]} << 24;
     EXPECT_EQ(digest->GetValueWord(), firstWord);
 
     uint8_t out[RkDigestValue::kMaxBytes] = {};

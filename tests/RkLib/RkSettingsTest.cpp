@@ -21,6 +21,7 @@ namespace fs = std::filesystem;
 namespace {
 
 RkString U(const char* utf8) { return RkString::FromUtf8(utf8); }
+RkString U(const std::string& utf8) { return RkString::FromUtf8(utf8); }
 
 const RkString kTuningKey = U("SOFTWARE\\Rakona Computing\\Rakona\\Rakona");
 
@@ -53,7 +54,9 @@ class RkSettingsTest : public testing::Test {
   }
 
   void TearDown() override {
-    for (auto& [name, value] : saved_) {
+    // Backwards, so that a variable overridden twice ends with its first saved value.
+    for (auto it = saved_.rbegin(); it != saved_.rend(); ++it) {
+      const auto& [name, value] = *it;
       if (value) {
         setenv(name.c_str(), value->c_str(), 1);
       } else {
@@ -93,7 +96,11 @@ TEST(RkSettingsImage, ValueSyntax) {
       {"S=\"a\\\"b\\\\c\\tdone\"", "S", RkRegValue::String(U("a\"b\\c\tdone"))},
       {"S=\"C:\\dir\\x4g\"", "S", RkRegValue::String(U("C:\\dir\\x4g"))},
       {"S=\"\\x01\\x7f\"", "S", RkRegValue::String(U("\x01\x7f"))},
-      {"S=\"Gr\xC3\xBC\xC3\x9F" "e\"", "S", RkRegValue::String(U("Gr\xC3\xBC\xC3\x9F" "e"))},
+      {"S=\"Gr\xC3\xBC\xC3\x9F"
+       "e\"",
+       "S",
+       RkRegValue::String(U("Gr\xC3\xBC\xC3\x9F"
+                            "e"))},
       {"S=\"unterminated", "S", std::nullopt},
       {"S=\"ends in backslash\\", "S", std::nullopt},
       {"S=\"x\" junk", "S", std::nullopt},
@@ -157,7 +164,8 @@ TEST(RkSettingsImage, SectionsAndDamage) {
   EXPECT_FALSE(image.Find(key, U("Deep")));
   EXPECT_FALSE(image.Find(key, U("Other")));
   EXPECT_FALSE(image.Find(U("orphan"), U("orphan")));
-  EXPECT_TRUE(*image.Find(U("Software\\Rakona Computing\\\xC3\x84pfelbaum"), U("Other")) == RkRegValue::Dword(3));
+  EXPECT_TRUE(*image.Find(U("Software\\Rakona Computing\\\xC3\x84pfelbaum"), U("Other")) ==
+              RkRegValue::Dword(3));
 
   EXPECT_TRUE(image.HasKey(key));
   EXPECT_TRUE(image.HasKey(U("software")));
@@ -181,8 +189,7 @@ TEST(RkSettingsImage, RewritesKeepTheRest) {
       "NAME=\"duplicate\"\n";
   RkSettingsImage image(text);
   std::string replaced = *image.WithValue(U("a"), U("name"), RkRegValue::Dword(5));
-  EXPECT_EQ(replaced,
-            "; settings\n[A]\nKeep=\"1\"\nname=dword:00000005\n\n[B]\nKeep=\"2\"\n[a]\n");
+  EXPECT_EQ(replaced, "; settings\n[A]\nKeep=\"1\"\nname=dword:00000005\n\n[B]\nKeep=\"2\"\n[a]\n");
 
   std::string added = *image.WithValue(U("A"), U("New"), RkRegValue::String(U("x")));
   EXPECT_EQ(added.substr(0, added.find("\n\n")), "; settings\n[A]\nKeep=\"1\"\nName=\"old\"\nNew=\"x\"");
@@ -205,8 +212,8 @@ TEST(RkSettingsImage, RewritesKeepTheRest) {
 }
 
 TEST(RkSettingsImage, AwkwardNamesRoundTrip) {
-  for (const char* name : {"", "@", " lead", "trail ", "a=b", "\"q\"", "[x", ";c", "#h", "back\\slash", "nl\nx",
-                           "tab\tx", "\xE2\x82\xAC"}) {
+  for (const char* name : {"", "@", " lead", "trail ", "a=b", "\"q\"", "[x", ";c", "#h", "back\\slash",
+                           "nl\nx", "tab\tx", "\xE2\x82\xAC"}) {
     SCOPED_TRACE(name);
     std::string text = *RkSettingsImage("").WithValue(U("K"), U(name), RkRegValue::String(U(name)));
     std::optional<RkRegValue> back = RkSettingsImage(text).Find(U("K"), U(name));
@@ -246,12 +253,12 @@ TEST_F(RkSettingsTest, WriteThenReadBackEveryType) {
       RkRegValue::Binary({0, 0x7F, 0x80, 0xFF}),
   };
   for (size_t i = 0; i < values.size(); ++i) {
-    RkString name = RkString::Format(u"Value%zu", i);
+    RkString name = U("Value" + std::to_string(i));
     ASSERT_TRUE(RkSettingsStore::Write(RkHive::CurrentUser, U("Software\\Test"), name, values[i]));
   }
   for (size_t i = 0; i < values.size(); ++i) {
     SCOPED_TRACE(i);
-    RkString name = RkString::Format(u"VALUE%zu", i);
+    RkString name = U("VALUE" + std::to_string(i));
     std::optional<RkRegValue> back = RkSettingsStore::Read(RkHive::CurrentUser, U("software\\test"), name);
     ASSERT_TRUE(back);
     EXPECT_TRUE(*back == values[i]);
@@ -261,15 +268,19 @@ TEST_F(RkSettingsTest, WriteThenReadBackEveryType) {
 }
 
 TEST_F(RkSettingsTest, RewriteIsAtomicAndKeepsOtherValues) {
-  WriteText(user_, "; hand-written\n[Software\\Keep]\nA=\"1\"\n\n[Software\\Edit]\nB=dword:00000001\nC=\"c\"\n");
+  WriteText(user_,
+            "; hand-written\n[Software\\Keep]\nA=\"1\"\n\n[Software\\Edit]\nB=dword:00000001\nC=\"c\"\n");
   fs::permissions(user_, fs::perms::owner_read | fs::perms::owner_write);
-  auto inode = fs::status(user_).type();
-  ASSERT_EQ(inode, fs::file_type::regular);
+  struct stat before, after;
+  ASSERT_EQ(stat(user_.c_str(), &before), 0);
 
   ASSERT_TRUE(RkSettingsStore::Write(RkHive::CurrentUser, U("Software\\Edit"), U("B"), RkRegValue::Dword(2)));
   EXPECT_EQ(ReadText(user_),
             "; hand-written\n[Software\\Keep]\nA=\"1\"\n\n[Software\\Edit]\nB=dword:00000002\nC=\"c\"\n");
   EXPECT_EQ(fs::status(user_).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
+  // A new file renamed over the old one, not the old one written in place.
+  ASSERT_EQ(stat(user_.c_str(), &after), 0);
+  EXPECT_NE(before.st_ino, after.st_ino);
   size_t files = 0;
   for ([[maybe_unused]] const auto& entry : fs::directory_iterator(user_.parent_path())) ++files;
   EXPECT_EQ(files, 1u) << "a temporary file was left behind";
@@ -283,8 +294,7 @@ TEST_F(RkSettingsTest, ChangedFileIsSeen) {
 }
 
 TEST_F(RkSettingsTest, DeleteValueAndKey) {
-  WriteText(user_,
-            "[A]\nX=\"1\"\n[A\\B]\nY=\"2\"\n[A\\B\\C]\nZ=\"3\"\n[A\\BC]\nW=\"4\"\n");
+  WriteText(user_, "[A]\nX=\"1\"\n[A\\B]\nY=\"2\"\n[A\\B\\C]\nZ=\"3\"\n[A\\BC]\nW=\"4\"\n");
   EXPECT_FALSE(RkSettingsStore::DeleteValue(RkHive::CurrentUser, U("A"), U("Y")));
   EXPECT_TRUE(RkSettingsStore::DeleteValue(RkHive::CurrentUser, U("A\\b"), U("y")));
   EXPECT_FALSE(ReadUser("A\\B", "Y"));
@@ -305,13 +315,19 @@ TEST_F(RkSettingsTest, DeletingFromNoStoreCreatesNothing) {
   EXPECT_FALSE(fs::exists(user_));
 }
 
-TEST_F(RkSettingsTest, UnusableStoresReadAsAbsentAndAreNotOverwritten) {
-  // A folder where the file should be: the case that holds even for root.
+// A folder where the file should be: the unreadable store that stays unreadable for root.
+TEST_F(RkSettingsTest, FolderInPlaceOfTheStore) {
   fs::create_directories(user_);
   EXPECT_FALSE(ReadUser("K", "V"));
+  EXPECT_FALSE(RkSettingsStore::KeyExists(RkHive::CurrentUser, U("K")));
   EXPECT_FALSE(RkSettingsStore::Write(RkHive::CurrentUser, U("K"), U("V"), RkRegValue::Dword(1)));
   EXPECT_TRUE(fs::is_directory(user_));
+  EXPECT_EQ(readSettingInt(U("Rakona"), U("V"), 5, U("rakona32.ini")), 5);
+  fs::create_directories(config_ / "Rakona Computing" / "folder.ini");
+  EXPECT_EQ(readSettingInt(U("Rakona"), U("V"), 5, U("folder.ini")), 5);
+}
 
+TEST_F(RkSettingsTest, UnreadableStoreIsNotOverwritten) {
   WriteText(machine_, "[K]\nV=\"secret\"\n");
   fs::permissions(machine_, fs::perms::none);
   if (geteuid() == 0) GTEST_SKIP() << "root reads a file of mode 000";
@@ -334,12 +350,12 @@ TEST_F(RkSettingsTest, FileSizeCap) {
 }
 
 TEST_F(RkSettingsTest, ConcurrentWritersLoseNothing) {
-  constexpr int kThreads = 4, kEach = 20;
+  constexpr int kThreads = 4, kEach = 10;
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([t] {
       for (int i = 0; i < kEach; ++i) {
-        RkSettingsStore::Write(RkHive::CurrentUser, U("K"), RkString::Format(u"T%dI%d", t, i),
+        RkSettingsStore::Write(RkHive::CurrentUser, U("K"), U("T" + std::to_string(t * 100 + i)),
                                RkRegValue::Dword(static_cast<uint32_t>(t * 100 + i)));
       }
     });
@@ -348,7 +364,7 @@ TEST_F(RkSettingsTest, ConcurrentWritersLoseNothing) {
   for (int t = 0; t < kThreads; ++t) {
     for (int i = 0; i < kEach; ++i) {
       std::optional<RkRegValue> v =
-          RkSettingsStore::Read(RkHive::CurrentUser, U("K"), RkString::Format(u"T%dI%d", t, i));
+          RkSettingsStore::Read(RkHive::CurrentUser, U("K"), U("T" + std::to_string(t * 100 + i)));
       ASSERT_TRUE(v) << t << "/" << i;
       EXPECT_EQ(v->number, static_cast<uint64_t>(t * 100 + i));
     }
@@ -359,11 +375,13 @@ TEST_F(RkSettingsTest, HivePaths) {
   EXPECT_EQ(RkSettingsStore::HivePath(RkHive::CurrentUser), user_.string());
   unsetenv("RK_REGISTRY_USER");
   unsetenv("RK_REGISTRY_MACHINE");
-  EXPECT_EQ(RkSettingsStore::HivePath(RkHive::CurrentUser), (config_ / "Rakona Computing/registry.ini").string());
+  EXPECT_EQ(RkSettingsStore::HivePath(RkHive::CurrentUser),
+            (config_ / "Rakona Computing/registry.ini").string());
   EXPECT_EQ(RkSettingsStore::HivePath(RkHive::LocalMachine), "/etc/xdg/Rakona Computing/registry.ini");
   Override("XDG_CONFIG_HOME", "relative/ignored");
   Override("HOME", dir_.string());
-  EXPECT_EQ(RkSettingsStore::HivePath(RkHive::CurrentUser), (dir_ / ".config/Rakona Computing/registry.ini").string());
+  EXPECT_EQ(RkSettingsStore::HivePath(RkHive::CurrentUser),
+            (dir_ / ".config/Rakona Computing/registry.ini").string());
 }
 
 struct IntCase {
@@ -390,7 +408,8 @@ TEST_F(RkSettingsTest, ReadSettingIntFromTheStore) {
   };
   for (const IntCase& c : cases) {
     SCOPED_TRACE(c.stored ? c.stored : "(none)");
-    WriteText(user_, c.stored ? "[Software\\Rakona Computing\\Rakona\\Rakona]\n" + std::string(c.stored) : "");
+    WriteText(user_,
+              c.stored ? "[Software\\Rakona Computing\\Rakona\\Rakona]\n" + std::string(c.stored) : "");
     EXPECT_EQ(readSettingInt(U("Rakona"), U("PipeBufferCount"), 77, U("rakona32.ini")), c.expected);
     EXPECT_EQ(readSettingInt(U("RAKONA"), U("pipebuffercount"), 77, U("RAKONA")), c.expected);
   }
@@ -400,9 +419,9 @@ TEST_F(RkSettingsTest, ReadSettingIntFromTheStore) {
 
 TEST_F(RkSettingsTest, ReadSettingIntFromAProfileFile) {
   const std::vector<IntCase> cases = {
-      {"Count=7", 7},        {"Count = 12abc", 12}, {"Count=\"42\"", 42},   {"Count=-3", 0},
-      {"Count=abc", 0},      {"Count=dword:5", 0},  {"Count=", 77},         {"Count=99999999999", INT32_MAX},
-      {"Other=5", 77},       {nullptr, 77},
+      {"Count=7", 7},   {"Count = 12abc", 12}, {"Count=\"42\"", 42}, {"Count=-3", 0},
+      {"Count=abc", 0}, {"Count=dword:5", 0},  {"Count=", 77},       {"Count=99999999999", INT32_MAX},
+      {"Other=5", 77},  {nullptr, 77},
   };
   const fs::path profile = config_ / "Rakona Computing" / "tuning.ini";
   for (const IntCase& c : cases) {

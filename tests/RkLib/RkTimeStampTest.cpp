@@ -1,5 +1,3 @@
-#include "RkTimeStamp.h"
-
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -13,6 +11,7 @@
 
 #include "RkError.h"
 #include "RkString.h"
+#include "RkTimeStamp.h"
 
 using namespace RkLib;
 
@@ -29,8 +28,11 @@ class ScopedTimeZone {
     tzset();
   }
   ~ScopedTimeZone() {
-    if (saved_) setenv("TZ", saved_->c_str(), 1);
-    else unsetenv("TZ");
+    if (saved_) {
+      setenv("TZ", saved_->c_str(), 1);
+    } else {
+      unsetenv("TZ");
+    }
     tzset();
   }
 
@@ -72,19 +74,20 @@ TEST(RkTimeStamp, CalendarTest) {
     Stamp stamp;
     bool valid;
   } cases[] = {
-      {"29 Feb 1900", {1900, 2, 29}, false},   {"29 Feb 2000", {2000, 2, 29}, true},
-      {"29 Feb 2004", {2004, 2, 29}, true},    {"29 Feb 2001", {2001, 2, 29}, false},
-      {"month 13", {2020, 13, 1}, false},      {"month 0", {2020, 0, 1}, false},
-      {"31 April", {2020, 4, 31}, false},      {"30 April", {2020, 4, 30}, true},
-      {"day 0", {2020, 1, 0}, false},          {"32 January", {2020, 1, 32}, false},
-      {"hour 24", {2020, 1, 1, 24}, false},    {"minute 60", {2020, 1, 1, 0, 60}, false},
-      {"second 60", {2020, 1, 1, 0, 0, 60}, false},
+      // clang-format off
+      {"29 Feb 1900", {1900, 2, 29}, false},           {"29 Feb 2000", {2000, 2, 29}, true},
+      {"29 Feb 2004", {2004, 2, 29}, true},            {"29 Feb 2001", {2001, 2, 29}, false},
+      {"month 13", {2020, 13, 1}, false},              {"month 0", {2020, 0, 1}, false},
+      {"31 April", {2020, 4, 31}, false},              {"30 April", {2020, 4, 30}, true},
+      {"day 0", {2020, 1, 0}, false},                  {"32 January", {2020, 1, 32}, false},
+      {"hour 24", {2020, 1, 1, 24}, false},            {"minute 60", {2020, 1, 1, 0, 60}, false},
+      {"second 60", {2020, 1, 1, 0, 0, 60}, false},    {"millisecond -1", {2020, 1, 1, 0, 0, 0, -1}, false},
       {"millisecond 1000", {2020, 1, 1, 0, 0, 0, 1000}, false},
-      {"millisecond -1", {2020, 1, 1, 0, 0, 0, -1}, false},
       {"last instant", {9999, 12, 31, 23, 59, 59, 999}, true},
-      {"year 1", {1, 1, 1}, true},             {"year 0", {0, 12, 31}, false},
-      {"year 10000", {10000, 1, 1}, false},    {"never set", Stamp(), false},
+      {"year 1", {1, 1, 1}, true},                     {"year 0", {0, 12, 31}, false},
+      {"year 10000", {10000, 1, 1}, false},            {"never set", Stamp(), false},
       {"good fields, not set", Unset({2020, 1, 1}), false},
+      // clang-format on
   };
   for (const auto& c : cases) EXPECT_EQ(c.stamp.isValid(), c.valid) << c.name;
 }
@@ -95,12 +98,15 @@ TEST(RkTimeStamp, RangeTestByTarget) {
     int32_t year;
     bool accepted;
   } cases[] = {
-      {0, 1399, false}, {0, 1400, true},  {0, 10000, true}, {0, 10001, false},
-      {1, 1899, false}, {1, 1900, true},  {2, 1899, false}, {2, 9999, true},
-      {3, 1979, false}, {3, 1980, true},  {3, 2107, true},  {3, 2108, false},
-      {4, 1600, false}, {4, 1601, true},  {4, 3000, true},  {4, 3001, false},
-      {5, 1600, false}, {5, 3000, true},  {5, 3001, false}, {6, 0, false},
-      {6, 1, true},     {6, 9999, true},  {6, 10000, false},
+      // One line per range.
+      // clang-format off
+      {0, 1399, false}, {0, 1400, true}, {0, 10000, true}, {0, 10001, false},
+      {1, 1899, false}, {1, 1900, true}, {2, 1899, false}, {2, 9999, true},
+      {3, 1979, false}, {3, 1980, true}, {3, 2107, true},  {3, 2108, false},
+      {4, 1600, false}, {4, 1601, true}, {4, 3000, true},  {4, 3001, false},
+      {5, 1600, false}, {5, 1601, true}, {5, 3000, true},  {5, 3001, false},
+      {6, 0, false},    {6, 1, true},    {6, 9999, true},  {6, 10000, false},
+      // clang-format on
   };
   for (const auto& c : cases) {
     const Stamp stamp(c.year, 1, 1);
@@ -127,12 +133,16 @@ TEST(RkTimeStamp, EveryConversionRefusesUnsetAndInvalid) {
       {"system time", [](const Stamp& s) { s.toSystemTime(); }},
       {"Unix seconds", [](const Stamp& s) { s.toUnixSeconds(); }},
       {"Unix milliseconds", [](const Stamp& s) { s.toUnixMilliseconds(); }},
-      {"tm", [](const Stamp& s) { tm out; s.toTm(out); }},
+      {"tm",
+       [](const Stamp& s) {
+         tm out{};
+         s.toTm(out);
+       }},
       {"calendar days", [](const Stamp& s) { s.toCalendarDays(); }},
       {"local", [](const Stamp& s) { s.toLocal(); }},
       {"universal", [](const Stamp& s) { s.toUniversal(); }},
   };
-  // Each bad stamp would also fail the range test of every target, so the order of tests shows.
+  // Years 0, 1000 and 10000 are outside some targets' ranges: the set test must come first.
   const Stamp bad[] = {Stamp(), Unset({2000, 1, 1}), {1000, 2, 30}, {10000, 1, 1}};
   for (const auto& c : conversions) {
     for (const Stamp& s : bad) EXPECT_EQ(OutcomeOf([&] { c.convert(s); }), kNotSet) << c.name;
@@ -191,7 +201,8 @@ TEST(RkTimeStamp, DosDecoding) {
 
 TEST(RkTimeStamp, DosRoundTripKeepsEvenSeconds) {
   // Steps of a prime number of seconds reach every field value over the DOS range.
-  for (int64_t s = Stamp(1980, 1, 1).toUnixSeconds(); s < Stamp(2108, 1, 1).toUnixSeconds(); s += 8191 * 997) {
+  for (int64_t s = Stamp(1980, 1, 1).toUnixSeconds(); s < Stamp(2108, 1, 1).toUnixSeconds();
+       s += 8191 * 997) {
     const Stamp t = Stamp::FromUnixSeconds(s, 321);
     const Stamp back = Stamp::FromDosDateTime(t.toDosDateTime());
     ASSERT_EQ(back, Stamp(t.year, t.month, t.day, t.hour, t.minute, t.second & ~1)) << s;
@@ -230,12 +241,8 @@ TEST(RkTimeStamp, UnixSeconds) {
     Stamp stamp;
     int64_t seconds;
   } cases[] = {
-      {{1970, 1, 1}, 0},
-      {{1969, 12, 31, 23, 59, 59}, -1},
-      {{2038, 1, 19, 3, 14, 8}, 2147483648},
-      {{2000, 3, 1}, 951868800},
-      {{1, 1, 1}, -62135596800},
-      {{9999, 12, 31, 23, 59, 59}, 253402300799},
+      {{1970, 1, 1}, 0},         {{1969, 12, 31, 23, 59, 59}, -1}, {{2038, 1, 19, 3, 14, 8}, 2147483648},
+      {{2000, 3, 1}, 951868800}, {{1, 1, 1}, -62135596800},        {{9999, 12, 31, 23, 59, 59}, 253402300799},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(c.stamp.toUnixSeconds(), c.seconds) << c.seconds;
@@ -268,7 +275,8 @@ TEST(RkTimeStamp, TmAgreesWithTheCLibrary) {
   tm fields;
   EXPECT_EQ(OutcomeOf([&] { Stamp(1899, 12, 31).toTm(fields); }), kOutOfBounds);
   Stamp(2000, 3, 1).toTm(fields);
-  const std::pair<int tm::*, int> breakages[] = {{&tm::tm_mon, 12}, {&tm::tm_sec, 60}, {&tm::tm_year, INT_MAX}};
+  const std::pair<int tm::*, int> breakages[] = {
+      {&tm::tm_mon, 12}, {&tm::tm_sec, 60}, {&tm::tm_year, INT_MAX}};
   for (auto [field, value] : breakages) {
     tm bad = fields;
     bad.*field = value;
@@ -399,7 +407,11 @@ TEST(RkTimeStamp, Formatter) {
        [&] { return RkFormatTimeStamp(t, kDateStyleIso, kTimeStyleSeconds, kFormatIsoSeparator); },
        "2026-11-22T14:05:09"},
       {"unset date", [] { return RkFormatDate(Stamp(), kDateStyleIso); }, ""},
-      {"unset time", [] { return RkFormatTime(Unset({2000, 1, 1}), kTimeStyleSeconds); }, ""},
+      {"unset time",
+       [] {
+         return RkFormatTime(Unset({2000, 1, 1}), kTimeStyleSeconds);
+       },
+       ""},
       {"invalid stamp", [] { return RkFormatTimeStamp(Stamp(2001, 2, 29), 0, 0, 0); }, ""},
   };
   for (const auto& c : cases) EXPECT_EQ(c.format().toUtf8(), c.expected) << c.name;
@@ -408,7 +420,8 @@ TEST(RkTimeStamp, Formatter) {
 TEST(RkTimeStamp, FormatterConvertsToLocalOnRequest) {
   const ScopedTimeZone zone(kPlusTwoThirty);
   const Stamp late(2026, 11, 22, 23, 0);
-  EXPECT_EQ(RkFormatTimeStamp(late, kDateStyleIso, kTimeStyleMinutes, kFormatLocalTime).toUtf8(), "2026-11-23 01:30");
+  EXPECT_EQ(RkFormatTimeStamp(late, kDateStyleIso, kTimeStyleMinutes, kFormatLocalTime).toUtf8(),
+            "2026-11-23 01:30");
   EXPECT_EQ(RkFormatDate(late, kDateStyleIso | kFormatLocalTime).toUtf8(), "2026-11-23");
   EXPECT_EQ(RkFormatTime(late, kTimeStyleMinutes | kFormatLocalTime).toUtf8(), "01:30");
   // Outside the zone conversion's years the stamp is shown as it stands.
