@@ -5,16 +5,35 @@
 #endif
 
 namespace RkLib {
+namespace {
+
+#if defined(__x86_64__) || defined(__i386__)
+// In assembly rather than _xgetbv, which would need the whole file built for XSAVE.
+uint64_t ReadXcr0() noexcept {
+  uint32_t low = 0, high = 0;
+  __asm__ volatile("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+  return uint64_t{high} << 32 | low;
+}
+#endif
+
+}  // namespace
 
 RkCpuFeatures RkCpuFeatures::Query() noexcept {
   RkCpuFeatures features;
 #if defined(__x86_64__) || defined(__i386__)
   // __get_cpuid_max also covers the old 32-bit processors that have no cpuid instruction at all.
-  if (__get_cpuid_max(0, nullptr) >= 1) {
-    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+  const unsigned maxLeaf = __get_cpuid_max(0, nullptr);
+  unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+  if (maxLeaf >= 1) {
     __cpuid(1, eax, ebx, ecx, edx);
     features.hasLeaf1 = true;
     features.leaf1Ecx = ecx;
+    if (ecx & kCpuOsxsave) features.xcr0 = ReadXcr0();
+  }
+  if (maxLeaf >= 7) {
+    __cpuid_count(7, 0, eax, ebx, ecx, edx);
+    features.leaf7Ebx = ebx;
+    features.leaf7Ecx = ecx;
   }
 #endif
   return features;
@@ -22,6 +41,11 @@ RkCpuFeatures RkCpuFeatures::Query() noexcept {
 
 bool RkCrc32ClmulUsable(const RkCpuFeatures& features) noexcept {
   return features.HasAll(kCpuPclmulqdq | kCpuSsse3 | kCpuSse41);
+}
+
+bool RkCrc32VclmulUsable(const RkCpuFeatures& features) noexcept {
+  return RkCrc32ClmulUsable(features) && features.OsSavesYmm() && (features.leaf7Ebx & kCpu7EbxAvx2) != 0 &&
+         (features.leaf7Ecx & kCpu7EcxVpclmulqdq) != 0;
 }
 
 int RkAesLevel(const RkCpuFeatures& features, bool noAesOpt) noexcept {
