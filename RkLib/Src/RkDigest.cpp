@@ -66,55 +66,44 @@ bool RkDigestFunction::SetValue(const RkDigestValue& value) {
 
 uint32_t RkDigestFunction::StoredValueWord() const { return static_cast<uint32_t>(LoadLe(value_.bytes, 4)); }
 
-// CRC-32
+// CRCs. Both start from 0, the start value that RkCrc32(0, nullptr, 0) gives too.
 
-void RkDigestCrc32::Reset() {
-  RkDigestFunction::Reset();
-  crc_ = RkCrc32(0, nullptr, 0);
+uint64_t RkCrc64(uint64_t crc, const void* data, size_t length) noexcept {
+  return length == 0 ? crc : lzma_crc64(static_cast<const uint8_t*>(data), length, crc);
 }
 
-void RkDigestCrc32::Finish() { StoreLe(crc_, 4, value_.bytes); }
-
-bool RkDigestCrc32::SetValue(const RkDigestValue& value) {
-  if (!RkDigestFunction::SetValue(value)) return false;
-  crc_ = static_cast<uint32_t>(LoadLe(value_.bytes, 4));
-  return true;
-}
-
-void RkDigestCrc32::Update(const void* bytes, size_t length) {
-  RK_ASSERT(bytes != nullptr || length == 0);
-  if (length != 0) crc_ = RkCrc32(crc_, bytes, length);
-}
-
-void RkDigestCrc32::Final(uint8_t* digest) {
-  Finish();
-  std::memcpy(digest, value_.bytes, GetLength());
-}
-
-// CRC-64, the ECMA-182 polynomial in the reflected form of xz.
-
-void RkDigestCrc64::Reset() {
+template <typename Word, uint32_t Kind, Word (*Fold)(Word, const void*, size_t)>
+void RkDigestCrc<Word, Kind, Fold>::Reset() {
   RkDigestFunction::Reset();
   crc_ = 0;
 }
 
-void RkDigestCrc64::Finish() { StoreLe(crc_, 8, value_.bytes); }
+template <typename Word, uint32_t Kind, Word (*Fold)(Word, const void*, size_t)>
+void RkDigestCrc<Word, Kind, Fold>::Finish() {
+  StoreLe(crc_, sizeof(Word), value_.bytes);
+}
 
-bool RkDigestCrc64::SetValue(const RkDigestValue& value) {
+template <typename Word, uint32_t Kind, Word (*Fold)(Word, const void*, size_t)>
+bool RkDigestCrc<Word, Kind, Fold>::SetValue(const RkDigestValue& value) {
   if (!RkDigestFunction::SetValue(value)) return false;
-  crc_ = LoadLe(value_.bytes, 8);
+  crc_ = static_cast<Word>(LoadLe(value_.bytes, sizeof(Word)));
   return true;
 }
 
-void RkDigestCrc64::Update(const void* bytes, size_t length) {
+template <typename Word, uint32_t Kind, Word (*Fold)(Word, const void*, size_t)>
+void RkDigestCrc<Word, Kind, Fold>::Update(const void* bytes, size_t length) {
   RK_ASSERT(bytes != nullptr || length == 0);
-  if (length != 0) crc_ = lzma_crc64(static_cast<const uint8_t*>(bytes), length, crc_);
+  if (length != 0) crc_ = Fold(crc_, bytes, length);
 }
 
-void RkDigestCrc64::Final(uint8_t* digest) {
+template <typename Word, uint32_t Kind, Word (*Fold)(Word, const void*, size_t)>
+void RkDigestCrc<Word, Kind, Fold>::Final(uint8_t* digest) {
   Finish();
   std::memcpy(digest, value_.bytes, GetLength());
 }
+
+template class RkDigestCrc<uint32_t, kDigestCrc32, &RkCrc32>;
+template class RkDigestCrc<uint64_t, kDigestCrc64, &RkCrc64>;
 
 // Hashes through libcrypto
 

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "RkCrc32.h"
+
 struct evp_md_ctx_st;
 struct evp_md_st;
 
@@ -79,41 +81,31 @@ class RkDigestFunction {
   RkDigestValue value_;
 };
 
-class RkDigestCrc32 final : public RkDigestFunction {
- public:
-  RkDigestCrc32() : RkDigestFunction(kDigestCrc32) {}
+// CRC-64 with the ECMA-182 polynomial in the reflected form that xz uses.
+uint64_t RkCrc64(uint64_t crc, const void* data, size_t length) noexcept;
 
-  uint32_t GetKind() const override { return kDigestCrc32; }
-  size_t GetLength() const override { return 4; }
+// A CRC kept little-endian in the value. SetValue also resumes the running CRC from the value,
+// so a split input can go on where it stopped.
+template <typename Word, uint32_t Kind, Word (*Fold)(Word, const void*, size_t)>
+class RkDigestCrc final : public RkDigestFunction {
+ public:
+  RkDigestCrc() : RkDigestFunction(Kind) {}
+
+  uint32_t GetKind() const override { return Kind; }
+  size_t GetLength() const override { return sizeof(Word); }
   void Reset() override;
   void Finish() override;
   uint32_t GetValueWord() const override { return StoredValueWord(); }
-  // Also resumes the running CRC from the value, so a split input can go on where it stopped.
   bool SetValue(const RkDigestValue& value) override;
   void Update(const void* bytes, size_t length) override;
   void Final(uint8_t* digest) override;
 
  private:
-  uint32_t crc_ = 0;
+  Word crc_ = 0;
 };
 
-class RkDigestCrc64 final : public RkDigestFunction {
- public:
-  RkDigestCrc64() : RkDigestFunction(kDigestCrc64) {}
-
-  uint32_t GetKind() const override { return kDigestCrc64; }
-  size_t GetLength() const override { return 8; }
-  void Reset() override;
-  void Finish() override;
-  uint32_t GetValueWord() const override { return StoredValueWord(); }
-  // Also resumes the running CRC from the value.
-  bool SetValue(const RkDigestValue& value) override;
-  void Update(const void* bytes, size_t length) override;
-  void Final(uint8_t* digest) override;
-
- private:
-  uint64_t crc_ = 0;
-};
+using RkDigestCrc32 = RkDigestCrc<uint32_t, kDigestCrc32, &RkCrc32>;
+using RkDigestCrc64 = RkDigestCrc<uint64_t, kDigestCrc64, &RkCrc64>;
 
 // The hashes computed by libcrypto; the subclasses only name the algorithm.
 class RkDigestEvp : public RkDigestFunction {

@@ -79,3 +79,33 @@ TEST(RkSecureBuffer, WipeCoversTheWholeCapacity) {
 }
 
 }  // namespace
+
+#include "RkBOM.h"
+
+namespace {
+
+TEST(RkBOM, DetectsEachMarkAndNothingElse) {
+  struct {
+    std::string bytes;
+    RkLib::RkBomKind kind;
+  } cases[] = {
+      {"\xEF\xBB\xBFtext", RkLib::kBomUtf8},
+      {"\xFF\xFEt\0", RkLib::kBomUtf16Le},
+      {"\xFE\xFF\0t", RkLib::kBomUtf16Be},
+      {"\xEF\xBB", RkLib::kBomNone},  // a mark cut short
+      {"\xFF", RkLib::kBomNone},
+      {"", RkLib::kBomNone},
+      {"plain", RkLib::kBomNone},
+      {"\xBB\xEF\xBF", RkLib::kBomNone},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(RkLib::RkBOM::Detect(c.bytes.data(), c.bytes.size()), c.kind) << c.bytes;
+    if (c.kind != RkLib::kBomNone) {
+      EXPECT_EQ(RkLib::RkBOM::Bytes(c.kind), c.bytes.substr(0, RkLib::RkBOM::Length(c.kind)));
+    }
+  }
+  EXPECT_EQ(RkLib::RkBOM::Length(RkLib::kBomNone), 0u);
+  EXPECT_EQ(RkLib::RkBOM::Detect(nullptr, 3), RkLib::kBomNone);
+}
+
+}  // namespace

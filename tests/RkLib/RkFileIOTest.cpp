@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "RkBOM.h"
 #include "RkFileIO.h"
 #include "RkFindFile.h"
 #include "RkGuid.h"
@@ -148,6 +149,18 @@ TEST_F(RkFileTest, FindFileListsFilteredEntriesWithoutFollowingLinks) {
   EXPECT_EQ(seen, (std::set<std::string>{"One.JPG", "two.jpg", "sub.jpg", "link.jpg"}));
   EXPECT_FALSE(find.Open(Path("nope"), u"*"));
   EXPECT_EQ(find.LastError(), ENOENT);
+}
+
+TEST_F(RkFileTest, BomOfAFileIsReadWithoutMovingThePosition) {
+  Touch("u16.txt", std::string("\xFF\xFEh\0i\0", 6));
+  Touch("short", "\xEF");
+  RkFileIO f;
+  ASSERT_TRUE(f.Open(Path("u16.txt"), "rb"));
+  ASSERT_TRUE(f.Seek(3));
+  EXPECT_EQ(RkBOM::Detect(f), kBomUtf16Le);
+  EXPECT_EQ(f.Tell(), 3);
+  ASSERT_TRUE(f.Open(Path("short"), "rb"));
+  EXPECT_EQ(RkBOM::Detect(f), kBomNone);
 }
 
 TEST(RkGuid, NamesAreUniqueAndWellFormed) {

@@ -38,13 +38,13 @@ int OpenFlags(const char* mode) {
 }  // namespace
 
 RkFileIO::RkFileIO(RkFileIO&& other) noexcept
-    : fd_(std::exchange(other.fd_, -1)), lastError_(other.lastError_), path_(std::move(other.path_)) {}
+    : fd_(std::exchange(other.fd_, -1)), lastError_(other.lastError_.load()), path_(std::move(other.path_)) {}
 
 RkFileIO& RkFileIO::operator=(RkFileIO&& other) noexcept {
   if (this != &other) {
     Close();
     fd_ = std::exchange(other.fd_, -1);
-    lastError_ = other.lastError_;
+    lastError_ = other.lastError_.load();
     path_ = std::move(other.path_);
   }
   return *this;
@@ -86,38 +86,40 @@ void RkFileIO::Close() noexcept {
   fd_ = -1;
 }
 
-size_t RkFileIO::Read(void* buffer, size_t size) {
-  auto* p = static_cast<uint8_t*>(buffer);
+// Repeats a read until `size` bytes, the end of the file (a zero count) or an error other than
+// an interrupted call; `error` receives that error, 0 otherwise.
+template <typename ReadSome>
+static size_t ReadFully(uint8_t* p, size_t size, int& error, ReadSome readSome) {
   size_t done = 0;
-  lastError_ = 0;
+  error = 0;
   while (done < size) {
-    ssize_t n = ::read(fd_, p + done, size - done);
+    ssize_t n = readSome(p + done, size - done, done);
     if (n > 0) {
       done += static_cast<size_t>(n);
     } else if (n == 0) {
       break;
     } else if (errno != EINTR) {
-      lastError_ = errno;
+      error = errno;
       break;
     }
   }
   return done;
 }
 
+size_t RkFileIO::Read(void* buffer, size_t size) {
+  int error;
+  size_t done = ReadFully(static_cast<uint8_t*>(buffer), size, error,
+                          [this](uint8_t* p, size_t n, size_t) { return ::read(fd_, p, n); });
+  lastError_ = error;
+  return done;
+}
+
 size_t RkFileIO::ReadAt(void* buffer, size_t size, int64_t offset) const {
-  auto* p = static_cast<uint8_t*>(buffer);
-  size_t done = 0;
-  while (done < size) {
-    ssize_t n = ::pread(fd_, p + done, size - done, static_cast<off_t>(offset + static_cast<int64_t>(done)));
-    if (n > 0) {
-      done += static_cast<size_t>(n);
-    } else if (n == 0) {
-      break;
-    } else if (errno != EINTR) {
-      lastError_ = errno;
-      break;
-    }
-  }
+  int error;
+  size_t done = ReadFully(static_cast<uint8_t*>(buffer), size, error, [&](uint8_t* p, size_t n, size_t at) {
+    return ::pread(fd_, p, n, static_cast<off_t>(offset + static_cast<int64_t>(at)));
+  });
+  if (error != 0) lastError_ = error;
   return done;
 }
 
@@ -208,6 +210,9 @@ bool RkFileIO::Flush() {
   return true;
 }
 
-bool RkFileIO::DiskFull() const noexcept { return lastError_ == ENOSPC || lastError_ == EDQUOT; }
+bool RkFileIO::DiskFull() const noexcept {
+  const int error = lastError_;
+  return error == ENOSPC || error == EDQUOT;
+}
 
 }  // namespace RkLib

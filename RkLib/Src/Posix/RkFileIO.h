@@ -5,6 +5,7 @@
 // One object is used by one thread at a time; ReadAt may be called concurrently on one object.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -56,7 +57,8 @@ class RkFileIO {
 
  private:
   int fd_ = -1;
-  mutable int lastError_ = 0;
+  // Atomic because concurrent ReadAt calls may each record a failure.
+  mutable std::atomic<int> lastError_{0};
   FidString path_;
 };
 
