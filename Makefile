@@ -14,10 +14,9 @@ build/%/build.ninja: | deps
 build: deps build/default/build.ninja
 	$(CMAKE_BUILD) default
 
-# The main job until the viewer stands: the digests and time stamps of the files of a folder.
-RUN_DIR ?= RkLib/Src
+# The main job: a host program opens a viewer on a sample archive and walks its items.
 run: build
-	build/default/bin/rksum $(RUN_DIR)
+	build/default/bin/rkview --demo
 
 test: build
 	ctest --preset default
