@@ -50,6 +50,15 @@ class RkLangModule {
 
   // The language rules, from the host executable's file name and the environment's locale
   // (as LC_ALL/LC_MESSAGES/LANG give it, e.g. "de_DE.UTF-8").
+  // Parses a module's text into a fresh module and hands each message text to `visit`.
+  template <typename Visit>
+  static void ParseForTest(std::string_view text, Visit&& visit) {
+    RkLangModule module;
+    module.Parse(text);
+    for (const auto& [id, value] : module.messages_) visit(id, value);
+    for (const auto& [id, value] : module.system_) visit(id, value);
+  }
+
   static RkLanguageChoice ChooseLanguage(const RkString& hostFileName, std::string_view environmentLocale);
   static uint32_t LanguageIdOfLocale(std::string_view locale);
   static RkString LocaleNameOfLanguage(uint32_t languageId);
