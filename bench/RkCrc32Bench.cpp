@@ -1,18 +1,19 @@
-// CRC-32 throughput of our two routines against zlib and libdeflate on the same buffers. After
-// the runs it prints ours/peer throughput ratios per buffer size. Ordinary Google Benchmark flags
-// apply; with --benchmark_repetitions the ratios use the median.
+// CRC-32 throughput of our routines that this processor can run against zlib and libdeflate on the
+// same buffers. After the runs it prints ours/peer throughput ratios per buffer size. Ordinary
+// Google Benchmark flags apply; with --benchmark_repetitions the ratios use the median.
 #include <benchmark/benchmark.h>
 #include <libdeflate.h>
 #include <zlib.h>
 
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <map>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "RkCpu.h"
 #include "RkCrc32.h"
 
 namespace {
@@ -40,7 +41,22 @@ uint32_t OursClmul(uint32_t crc, const void* data, size_t length) {
   return RkLib::RkCrc32Clmul(crc, data, length);
 }
 
-const Engine kOurs[] = {{"RkCrc32Table", OursTable}, {"RkCrc32Clmul", OursClmul}};
+uint32_t OursVclmul(uint32_t crc, const void* data, size_t length) {
+  return RkLib::RkCrc32Vclmul(crc, data, length);
+}
+
+// The folding routines fault on a processor without their instructions, so only those it has.
+const std::vector<Engine>& Ours() {
+  static const std::vector<Engine> ours = [] {
+    const RkLib::RkCpuFeatures features = RkLib::RkCpuFeatures::Query();
+    std::vector<Engine> engines{{"RkCrc32Table", OursTable}};
+    if (RkLib::RkCrc32ClmulUsable(features)) engines.push_back({"RkCrc32Clmul", OursClmul});
+    if (RkLib::RkCrc32VclmulUsable(features)) engines.push_back({"RkCrc32Vclmul", OursVclmul});
+    return engines;
+  }();
+  return ours;
+}
+
 const Engine kPeers[] = {{"zlib", Zlib}, {"libdeflate", Libdeflate}};
 const size_t kSizes[] = {4 << 10, 64 << 10, 1 << 20};
 
@@ -87,7 +103,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
     for (size_t size : kSizes) {
       const double zlib = Find(RunName(kPeers[0].name, size));
       const double libdeflate = Find(RunName(kPeers[1].name, size));
-      for (const Engine& ours : kOurs) {
+      for (const Engine& ours : Ours()) {
         const double mine = Find(RunName(ours.name, size));
         if (mine <= 0 || zlib <= 0 || libdeflate <= 0) continue;
         std::printf("%-10zu %-14s %10.2f %12.2f %12.2f\n", size, ours.name, mine / 1e9, mine / zlib,
@@ -111,19 +127,20 @@ int main(int argc, char** argv) {
   // The routines must agree before their speeds mean anything.
   const auto& input = Input();
   const uint32_t expected = Zlib(0, input.data(), input.size());
-  for (const Engine& engine : kOurs) {
+  for (const Engine& engine : Ours()) {
     if (engine.run(0, input.data(), input.size()) != expected) {
       std::fprintf(stderr, "%s disagrees with zlib\n", engine.name);
       return 1;
     }
   }
 
+  std::printf("RkCrc32 runs %s here\n", RkLib::RkCrc32RoutineName());
+
+  std::vector<Engine> engines = Ours();
+  engines.insert(engines.end(), std::begin(kPeers), std::end(kPeers));
   for (size_t size : kSizes) {
-    for (const auto& engines : {std::pair{kOurs, std::size(kOurs)}, std::pair{kPeers, std::size(kPeers)}}) {
-      for (size_t i = 0; i < engines.second; ++i) {
-        const Engine& engine = engines.first[i];
-        benchmark::RegisterBenchmark(RunName(engine.name, size).c_str(), RunEngine, engine.run, size);
-      }
+    for (const Engine& engine : engines) {
+      benchmark::RegisterBenchmark(RunName(engine.name, size).c_str(), RunEngine, engine.run, size);
     }
   }
 

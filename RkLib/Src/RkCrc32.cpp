@@ -119,12 +119,12 @@ RK_CLMUL_TARGET inline __m128i Fold(__m128i lane, __m128i constants) {
                        _mm_clmulepi64_si128(lane, constants, 0x11));
 }
 
-// Folds the whole lanes left at in (aligned to 16 bytes) into acc and returns the register of the
-// whole message. The lane is a message of 16 bytes whose CRC register, starting from zero, is the
-// register of everything folded so far; the tables finish it and the tail.
+// Folds the whole lanes left at in into acc and returns the register of the whole message. The
+// lane is a message of 16 bytes whose CRC register, starting from zero, is the register of
+// everything folded so far; the tables finish it and the tail.
 RK_CLMUL_TARGET uint32_t FinishLanes(__m128i acc, const __m128i* in, size_t n) {
   const __m128i byLane = LoadFold(1);
-  for (; n >= kLaneBytes; n -= kLaneBytes, ++in) acc = _mm_xor_si128(Fold(acc, byLane), _mm_load_si128(in));
+  for (; n >= kLaneBytes; n -= kLaneBytes, ++in) acc = _mm_xor_si128(Fold(acc, byLane), _mm_loadu_si128(in));
 
   alignas(16) uint8_t lane[kLaneBytes];
   _mm_store_si128(reinterpret_cast<__m128i*>(lane), acc);
@@ -178,8 +178,8 @@ RK_CLMUL_TARGET uint32_t UpdateClmul(uint32_t state, const uint8_t* p, size_t n)
 
 // The same folding on 256-bit registers, each holding two lanes side by side, the earlier 16 bytes
 // in its low half. The halves fold independently by the same distance, so a wide constant is the
-// 128-bit pair twice. Eight registers are 256 bytes in flight: enough that the multiplier, which
-// takes a new product every cycle but needs several for each, never waits on a previous fold.
+// 128-bit pair twice. The multiplier starts a product every cycle but takes several over each;
+// with eight registers in flight, two products each per block, no fold waits on the one before.
 constexpr int kWideRegs = 8;
 constexpr size_t kWideBytes = 2 * kLaneBytes;
 constexpr size_t kWideBlockBytes = kWideRegs * kWideBytes;
@@ -189,8 +189,9 @@ constexpr size_t kWideBlockBytes = kWideRegs * kWideBytes;
 // (x^287 and x^223) for single registers after that.
 constexpr auto kWideFold = MakeFoldConstants<kWideRegs>(kWideBytes);
 
-// Below this the 128-bit routine is as fast: the wide one spends its gain on the longer merge.
-constexpr size_t kVclmulMinLength = 288;
+// The least the wide loop takes; measured, from one block up the wide routine is no slower than
+// the 128-bit one even with its longer merge, and shorter inputs go to the 128-bit one.
+constexpr size_t kVclmulMinLength = kWideBlockBytes;
 
 #define RK_VCLMUL_TARGET __attribute__((target("vpclmulqdq,avx2,pclmul,sse4.1")))
 
@@ -205,17 +206,14 @@ RK_VCLMUL_TARGET inline __m256i FoldWide(__m256i regs, __m256i constants) {
                           _mm256_clmulepi64_epi128(regs, constants, 0x11));
 }
 
-// Needs n >= kVclmulMinLength, which leaves at least one block after the head.
+// Needs n >= kVclmulMinLength. Unlike the 128-bit routine it takes the data unaligned: the loads
+// keep up with the multiplier even across cache lines, and a table pass to align the start cost
+// more than it saved on inputs of a few kilobytes.
 RK_VCLMUL_TARGET uint32_t UpdateVclmul(uint32_t state, const uint8_t* p, size_t n) {
-  // Aligned, a register never straddles two cache lines.
-  const size_t head = (kWideBytes - reinterpret_cast<uintptr_t>(p) % kWideBytes) % kWideBytes;
-  state = UpdateTable(state, p, head);
-  n -= head;
-
-  const auto* in = reinterpret_cast<const __m256i*>(p + head);
+  const auto* in = reinterpret_cast<const __m256i*>(p);
   __m256i x[kWideRegs];
 #pragma GCC unroll 8
-  for (int i = 0; i < kWideRegs; ++i) x[i] = _mm256_load_si256(in + i);
+  for (int i = 0; i < kWideRegs; ++i) x[i] = _mm256_loadu_si256(in + i);
   x[0] = _mm256_xor_si256(x[0], _mm256_zextsi128_si256(_mm_cvtsi32_si128(static_cast<int>(state))));
   in += kWideRegs;
   n -= kWideBlockBytes;
@@ -223,7 +221,9 @@ RK_VCLMUL_TARGET uint32_t UpdateVclmul(uint32_t state, const uint8_t* p, size_t 
   const __m256i byBlock = LoadWideFold(kWideRegs);
   for (; n >= kWideBlockBytes; n -= kWideBlockBytes, in += kWideRegs) {
 #pragma GCC unroll 8
-    for (int i = 0; i < kWideRegs; ++i) x[i] = _mm256_xor_si256(FoldWide(x[i], byBlock), _mm256_load_si256(in + i));
+    for (int i = 0; i < kWideRegs; ++i) {
+      x[i] = _mm256_xor_si256(FoldWide(x[i], byBlock), _mm256_loadu_si256(in + i));
+    }
   }
 
   const __m256i m01 = _mm256_xor_si256(FoldWide(x[0], LoadWideFold(7)), FoldWide(x[1], LoadWideFold(6)));
@@ -233,9 +233,15 @@ RK_VCLMUL_TARGET uint32_t UpdateVclmul(uint32_t state, const uint8_t* p, size_t 
   __m256i acc = _mm256_xor_si256(_mm256_xor_si256(m01, m23), _mm256_xor_si256(m45, m67));
 
   const __m256i byReg = LoadWideFold(1);
-  for (; n >= kWideBytes; n -= kWideBytes, ++in) acc = _mm256_xor_si256(FoldWide(acc, byReg), _mm256_load_si256(in));
+  for (; n >= kWideBytes; n -= kWideBytes, ++in) {
+    acc = _mm256_xor_si256(FoldWide(acc, byReg), _mm256_loadu_si256(in));
+  }
 
-  const __m128i lane = _mm_xor_si128(Fold(_mm256_castsi256_si128(acc), LoadFold(1)), _mm256_extracti128_si256(acc, 1));
+  // The low half is one lane ahead of the high half.
+  const __m128i lane =
+      _mm_xor_si128(Fold(_mm256_castsi256_si128(acc), LoadFold(1)), _mm256_extracti128_si256(acc, 1));
+  // FinishLanes is SSE code without the VEX prefix; with the upper halves still dirty each of its
+  // instructions waits on them, which cost more than the whole fold on inputs of a few kilobytes.
   _mm256_zeroupper();
   return FinishLanes(lane, reinterpret_cast<const __m128i*>(in), n);
 }
@@ -278,7 +284,9 @@ uint32_t RkCrc32Clmul(uint32_t crc, const void* data, size_t length) noexcept {
 
 uint32_t RkCrc32Vclmul(uint32_t crc, const void* data, size_t length) noexcept {
 #ifdef RK_CRC32_CLMUL
-  if (data != nullptr && length >= kVclmulMinLength) return ~UpdateVclmul(~crc, static_cast<const uint8_t*>(data), length);
+  if (data != nullptr && length >= kVclmulMinLength) {
+    return ~UpdateVclmul(~crc, static_cast<const uint8_t*>(data), length);
+  }
 #endif
   return RkCrc32Clmul(crc, data, length);
 }

@@ -19,9 +19,9 @@ uint32_t RkCrc32Table(uint32_t crc, const void* data, size_t length) noexcept;
 // (elsewhere it faults on an illegal instruction); off x86 it is the table routine.
 uint32_t RkCrc32Clmul(uint32_t crc, const void* data, size_t length) noexcept;
 
-// Folding four times as many bytes per multiplication as RkCrc32Clmul, on 256-bit registers. Only
-// for a processor on which RkCrc32VclmulUsable holds; short inputs go the way of RkCrc32Clmul,
-// and off x86 it is the table routine.
+// The same folding on 256-bit registers, twice the bytes per instruction. Only for a processor on
+// which RkCrc32VclmulUsable holds; short inputs go the way of RkCrc32Clmul, and off x86 it is the
+// table routine.
 uint32_t RkCrc32Vclmul(uint32_t crc, const void* data, size_t length) noexcept;
 
 // Whether RkCrc32 runs one of the folding routines on this processor.

@@ -23,20 +23,23 @@ uint32_t ReferenceCrc32(uint32_t crc, const uint8_t* p, size_t n) {
   return ~crc;
 }
 
+using Crc32Routine = uint32_t (*)(uint32_t, const void*, size_t) noexcept;
+
 struct Routine {
   const char* name;
-  uint32_t (*run)(uint32_t, const void*, size_t) noexcept;
-  bool needsClmul;
+  Crc32Routine run;
+  bool (*usable)(const RkCpuFeatures&) noexcept;  // null: runs anywhere
 };
 
 const Routine kRoutines[] = {
-    {"table", RkCrc32Table, false},
-    {"clmul", RkCrc32Clmul, true},
-    {"chosen", RkCrc32, false},
+    {"table", RkCrc32Table, nullptr},
+    {"clmul", RkCrc32Clmul, RkCrc32ClmulUsable},
+    {"vclmul", RkCrc32Vclmul, RkCrc32VclmulUsable},
+    {"chosen", RkCrc32, nullptr},
 };
 
 bool Runnable(const Routine& routine) {
-  return !routine.needsClmul || RkCrc32ClmulUsable(RkCpuFeatures::Query());
+  return routine.usable == nullptr || routine.usable(RkCpuFeatures::Query());
 }
 
 std::vector<uint8_t> RandomBytes(size_t n, uint32_t seed) {
@@ -141,7 +144,90 @@ TEST(RkCrc32, SplitUpdatesEqualOneShot) {
 }
 
 TEST(RkCrc32, ChoiceFollowsProcessorFeatures) {
-  EXPECT_EQ(RkCrc32HasClmul(), RkCrc32ClmulUsable(RkCpuFeatures::Query()));
+  const RkCpuFeatures features = RkCpuFeatures::Query();
+  EXPECT_EQ(RkCrc32HasClmul(), RkCrc32ClmulUsable(features));
+  const char* expected = RkCrc32VclmulUsable(features) ? "RkCrc32Vclmul"
+                         : RkCrc32ClmulUsable(features) ? "RkCrc32Clmul"
+                                                        : "RkCrc32Table";
+  EXPECT_STREQ(RkCrc32RoutineName(), expected);
+}
+
+TEST(RkCrc32, WideRoutineNeedsEveryFeature) {
+  const uint32_t leaf1 = kCpuPclmulqdq | kCpuSsse3 | kCpuSse41 | kCpuOsxsave;
+  const uint64_t ymm = kXcr0Sse | kXcr0Avx;
+  const struct {
+    const char* name;
+    RkCpuFeatures features;
+    bool usable;
+  } kCases[] = {
+      {"all", {true, leaf1, kCpu7EbxAvx2, kCpu7EcxVpclmulqdq, ymm}, true},
+      {"all and more", {true, ~0u, ~0u, ~0u, ~uint64_t{0}}, true},
+      {"no vpclmulqdq", {true, leaf1, kCpu7EbxAvx2, ~kCpu7EcxVpclmulqdq, ymm}, false},
+      {"no avx2", {true, leaf1, ~kCpu7EbxAvx2, kCpu7EcxVpclmulqdq, ymm}, false},
+      {"no osxsave", {true, leaf1 & ~kCpuOsxsave, kCpu7EbxAvx2, kCpu7EcxVpclmulqdq, ymm}, false},
+      {"upper halves not saved", {true, leaf1, kCpu7EbxAvx2, kCpu7EcxVpclmulqdq, kXcr0Sse}, false},
+      {"sse state not saved", {true, leaf1, kCpu7EbxAvx2, kCpu7EcxVpclmulqdq, kXcr0Avx}, false},
+      {"no pclmulqdq", {true, leaf1 & ~kCpuPclmulqdq, kCpu7EbxAvx2, kCpu7EcxVpclmulqdq, ymm}, false},
+      {"no sse4.1", {true, leaf1 & ~kCpuSse41, kCpu7EbxAvx2, kCpu7EcxVpclmulqdq, ymm}, false},
+      {"no leaf 1", {false, leaf1, kCpu7EbxAvx2, kCpu7EcxVpclmulqdq, ymm}, false},
+  };
+  for (const auto& c : kCases) EXPECT_EQ(RkCrc32VclmulUsable(c.features), c.usable) << c.name;
+}
+
+// The wide routine on its own, beyond what the shared tests reach: every length from the 128-bit
+// routine's range across one and two wide blocks, with starts on every byte of a register.
+class RkCrc32Wide : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!RkCrc32VclmulUsable(RkCpuFeatures::Query())) {
+      GTEST_SKIP() << "this processor lacks VPCLMULQDQ, AVX2 or saved 256-bit registers";
+    }
+  }
+};
+
+TEST_F(RkCrc32Wide, EveryLengthTo600AtEveryOffset) {
+  const std::vector<uint8_t> bytes = RandomBytes(600 + 32, 6);
+  std::mt19937 random(7);
+  for (size_t offset = 0; offset < 32; ++offset) {
+    for (size_t length = 0; length <= 600; ++length) {
+      const uint32_t start = static_cast<uint32_t>(random());
+      ASSERT_EQ(RkCrc32Vclmul(start, bytes.data() + offset, length),
+                ReferenceCrc32(start, bytes.data() + offset, length))
+          << "offset " << offset << " length " << length;
+    }
+  }
+}
+
+// Odd lengths leave a table tail; those just under a multiple of 256 also run the single-register
+// loop to its longest.
+TEST_F(RkCrc32Wide, LargeOddLengths) {
+  const size_t kLengths[] = {1023, 1025, 2 * 256 + 255, 7 * 256 + 239,
+                             4097, 65537, 1000003, (1u << 20) + 255};
+  const size_t kOffsets[] = {0, 1, 16, 31};
+  const std::vector<uint8_t> bytes = RandomBytes((1u << 20) + 255 + 32, 8);
+  for (size_t length : kLengths) {
+    for (size_t offset : kOffsets) {
+      EXPECT_EQ(RkCrc32Vclmul(0x89ABCDEF, bytes.data() + offset, length),
+                ReferenceCrc32(0x89ABCDEF, bytes.data() + offset, length))
+          << "offset " << offset << " length " << length;
+    }
+  }
+}
+
+// Pieces of every size up to a few blocks, so that wide, 128-bit and table pieces alternate.
+TEST_F(RkCrc32Wide, SplitUpdatesEqualOneShot) {
+  const std::vector<uint8_t> bytes = RandomBytes(300000, 9);
+  const uint32_t expected = ReferenceCrc32(0, bytes.data(), bytes.size());
+  std::mt19937 random(10);
+  for (int trial = 0; trial < 4; ++trial) {
+    uint32_t crc = 0;
+    for (size_t pos = 0; pos < bytes.size();) {
+      const size_t piece = std::min(bytes.size() - pos, static_cast<size_t>(random() % 1200));
+      crc = RkCrc32Vclmul(crc, bytes.data() + pos, piece);
+      pos += piece;
+    }
+    EXPECT_EQ(crc, expected) << "trial " << trial;
+  }
 }
 
 }  // namespace
