@@ -37,10 +37,10 @@ class RkUnZipEng {
   bool OpenArchive();
   bool CloseArchive();
   bool ListItems();
-  bool GetItemInfo(uint32_t index, RkString& name, bool& encrypted, uint64_t& size);
+  virtual bool GetItemInfo(uint32_t index, RkString& name, bool& encrypted, uint64_t& size);
   // Extracts the entry at `path` inside the archive into the extract folder. `passwordRefused`
   // tells the caller that the user would not give a password.
-  bool ExtractOne(const FidString& path, bool usePassword, uint64_t itemKey, bool& passwordRefused);
+  virtual bool ExtractOne(const FidString& path, bool usePassword, uint64_t itemKey, bool& passwordRefused);
   bool ExtractMarked(bool& cancelled);
   bool IsReadOnly() const;
   bool IsMultiPart() const;

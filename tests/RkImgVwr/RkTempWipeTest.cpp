@@ -49,8 +49,9 @@ class RkTempWipe : public testing::Test {
  protected:
   void SetUp() override {
     std::string wiper = fs::read_symlink("/proc/self/exe").parent_path() / "RkWipe64";
-    if (!std::getenv("RK_WIPE_CHILD_FOLDER"))
+    if (!std::getenv("RK_WIPE_CHILD_FOLDER")) {
       ASSERT_TRUE(Exists(wiper)) << "RkWipe64 must be built beside this test program";
+    }
     char tmpl[] = "/tmp/rkwipe-test-XXXXXX";
     ASSERT_NE(mkdtemp(tmpl), nullptr);
     root_ = tmpl;
