@@ -19,10 +19,12 @@ namespace {
 
 enum class RkPathKind { kMissing, kFile, kFolder };
 
-// What lies at a path, without following a final symbolic link; errno tells why it is missing.
-RkPathKind Examine(const FidString& path, int& error) {
+// What lies at a path; errno tells why it is missing. The host's own paths may lie behind links
+// (followLinks); the cleanup never follows one.
+RkPathKind Examine(const FidString& path, int& error, bool followLinks) {
   struct stat st;
-  if (::lstat(path.ToPosix().c_str(), &st) != 0) {
+  const std::string sys = path.ToPosix();
+  if ((followLinks ? ::stat(sys.c_str(), &st) : ::lstat(sys.c_str(), &st)) != 0) {
     error = errno;
     return RkPathKind::kMissing;
   }
@@ -56,13 +58,13 @@ RkDocCollection::RkDocCollection(const FidString& archivePath, const FidString& 
   try {
     if (archivePath.IsFolderOnly()) throw RK_VIEWER_ERROR(kCodeBadPaths, 2, kMsgBadPaths);
     int error = 0;
-    RkPathKind kind = Examine(archivePath, error);
+    RkPathKind kind = Examine(archivePath, error, true);
     if (kind == RkPathKind::kMissing) throw RK_ERRNO_ERROR(error, 5);
     if (kind == RkPathKind::kFolder) throw RK_VIEWER_ERROR(kCodeBadPaths, 2, kMsgBadPaths);
     if (tempFolder.empty()) throw RK_VIEWER_ERROR(kCodeBadPaths, 2, kMsgBadPaths);
     FidString folder(tempFolder);
     folder.RemoveSeparator();
-    kind = Examine(folder, error);
+    kind = Examine(folder, error, true);
     if (kind == RkPathKind::kMissing) throw RK_ERRNO_ERROR(error, 5);
     if (kind != RkPathKind::kFolder) throw RK_VIEWER_ERROR(kCodeBadPaths, 2, kMsgBadPaths);
   } catch (const RkViewerException&) {
@@ -75,18 +77,18 @@ RkDocCollection::RkDocCollection(const FidString& archivePath, const FidString& 
 RkDocCollection::~RkDocCollection() {
   try {
     bool anyDeleted = false;
-    while (!documents_.empty()) {
-      RkSourceDocument& document = *documents_.front();
-      anyDeleted = anyDeleted || document.getDeleted();
-      if (document.getExtracted()) document.deleteFile();
-      documents_.erase(documents_.begin());
+    for (auto& document : documents_) {
+      anyDeleted = anyDeleted || document->getDeleted();
+      if (document->getExtracted()) document->deleteFile();
+      document.reset();
     }
+    documents_.clear();
     CloseArchive();
     FidString folder(tempFolder_);
     folder.RemoveSeparator();
     int error = 0;
     // A folder that held a deleted document stays: the host may still look for that item there.
-    if (!folder.empty() && Examine(folder, error) == RkPathKind::kFolder && !anyDeleted &&
+    if (!folder.empty() && Examine(folder, error, false) == RkPathKind::kFolder && !anyDeleted &&
         FolderHoldsNoFile(folder, 0)) {
       RemoveEmptyTree(folder, 0);
     }
@@ -220,11 +222,12 @@ RkSourceDocument* RkDocCollection::previous(const RkSourceDocument* document, bo
 RkSourceDocument* RkDocCollection::ReadyWalk(const RkSourceDocument* from, Step step, bool& isLast) {
   const int direction = step == &RkDocCollection::next ? +1 : -1;
   const bool fromEnd = from == nullptr;
+  // firstReady alone extracts without testing the flags: its plain step passed hidden ones over.
+  const bool skipFlagTest = fromEnd && direction > 0;
   auto plainStep = [&]() { return fromEnd ? Walk(nullptr, direction, isLast) : (this->*step)(from, isLast); };
   RkSourceDocument* candidate = plainStep();
   while (candidate) {
-    // From an end the plain step already passed over hidden documents.
-    const bool eligible = fromEnd || (!candidate->getFailed() && !candidate->getDeleted());
+    const bool eligible = skipFlagTest || (!candidate->getFailed() && !candidate->getDeleted());
     if (eligible && !candidate->existsOnDisk()) ExtractGuarded(candidate);
     if (candidate->getFailed()) {
       candidate = plainStep();

@@ -1,0 +1,477 @@
+// The exported functions' handling of the record: stored errors, the error reset, null
+// arguments, the getters' copies, and the image utility calls that refuse until the codecs come.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "../RkLib/RkTestUtil.h"
+#include "RkLangModule.h"
+#include "RkViewerException.h"
+#include "RkViewerRecord.h"
+#include "RkViewerState.h"
+#include "rkimgv64.h"
+
+using namespace RkImgVwr;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::u16string U16(const std::string& utf8) { return RkString::FromUtf8(utf8).str(); }
+
+class RkExportsTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "rkexports-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    root_ = pattern;
+    temp_ = U16(root_ + "/extract");
+    archive_ = U16(root_ + "/items.zip");
+    fs::create_directory(root_ + "/extract");
+    std::ofstream(root_ + "/items.zip") << "PK";
+  }
+  void TearDown() override {
+    for (RkViewerRecord* r : utilities_) close_image_utility(r);
+    std::error_code ec;
+    fs::remove_all(root_, ec);
+  }
+
+  // A viewer record on the fixture's archive, closed by the test.
+  RkViewerRecord* OpenViewer(uint32_t cryptoMode = 0) {
+    RkViewerRecord* record = nullptr;
+    EXPECT_TRUE(open_viewer(archive_.c_str(), temp_.c_str(), 0, 0, 0, cryptoMode, &record));
+    return record;
+  }
+  // An image utility record, freed after the test.
+  RkViewerRecord* OpenUtility() {
+    RkViewerRecord* record = nullptr;
+    EXPECT_TRUE(open_image_utility(&record));
+    if (record) utilities_.push_back(record);
+    return record;
+  }
+  // A failed open_viewer leaves a record without collection that close_viewer must not see; its
+  // strings and the record itself go the way of an image utility record.
+  void Abandon(RkViewerRecord* record) {
+    ASSERT_NE(record, nullptr);
+    ASSERT_EQ(record->collection, nullptr);
+    utilities_.push_back(record);
+  }
+
+  static void ExpectStored(RkViewerRecord* record, uint32_t code, uint32_t severity, const RkString& text,
+                           std::u16string_view moduleEnd) {
+    EXPECT_EQ(get_error_code(record), code);
+    EXPECT_EQ(get_severity_code(record), severity);
+    EXPECT_NE(get_line_number(record), 0u);
+    char16_t buffer[1024];
+    EXPECT_TRUE(get_error_description(record, buffer, 1024));
+    EXPECT_EQ(std::u16string_view(buffer), text.view());
+    EXPECT_TRUE(get_error_module(record, buffer, 1024));
+    EXPECT_TRUE(std::u16string_view(buffer).ends_with(moduleEnd)) << RkString(buffer).toUtf8();
+  }
+
+  static void ExpectClear(RkViewerRecord* record) {
+    EXPECT_EQ(get_error_code(record), 0u);
+    EXPECT_EQ(get_severity_code(record), 0u);
+    EXPECT_EQ(get_line_number(record), 0u);
+    char16_t buffer[8] = {u'Z', u'Z'};
+    EXPECT_TRUE(get_error_description(record, buffer, 8));
+    EXPECT_EQ(buffer[0], 0);
+    buffer[0] = u'Z';
+    EXPECT_TRUE(get_error_module(record, buffer, 8));
+    EXPECT_EQ(buffer[0], 0);
+  }
+
+  static void StoreOldError(RkViewerRecord* record) {
+    record->errorCode = 4242;
+    record->severity = 9;
+    record->lineNumber = 77;
+    *record->description = u"old failure";
+    *record->module = u"old module";
+  }
+
+  std::string root_;
+  std::u16string temp_, archive_;
+  std::vector<RkViewerRecord*> utilities_;
+};
+
+RkString Text(uint32_t id) { return RkLangModule::Get().Text(id); }
+
+const std::u16string_view kExportsFile = u"RKIMGVWR.cpp";
+const std::u16string_view kCollectionFile = u"RkDocCollection.cpp";
+
+// ---- the getters -------------------------------------------------------------------------------
+
+TEST_F(RkExportsTest, NullRecordGetters) {
+  EXPECT_EQ(get_error_code(nullptr), 99999u);
+  EXPECT_EQ(get_severity_code(nullptr), 2u);
+  EXPECT_EQ(get_line_number(nullptr), 0u);
+  char16_t buffer[4] = {u'Z', u'Z', u'Z', u'Z'};
+  EXPECT_FALSE(get_error_description(nullptr, buffer, 4));
+  EXPECT_FALSE(get_error_module(nullptr, buffer, 4));
+  EXPECT_EQ(buffer[0], u'Z');
+}
+
+struct DescriptionCase {
+  const char* name;
+  std::u16string_view stored;
+  uint32_t bufferChars;
+  bool result;
+  std::u16string_view copied;  // what the buffer holds up to its first zero
+  std::u16string_view kept;    // the record's description afterwards
+};
+
+class RkErrorDescription : public RkExportsTest, public testing::WithParamInterface<DescriptionCase> {};
+
+TEST_P(RkErrorDescription, TrimsLineEndsAndCopiesWithinBounds) {
+  const DescriptionCase& c = GetParam();
+  RkViewerRecord* record = OpenUtility();
+  ASSERT_NE(record, nullptr);
+  *record->description = c.stored;
+  std::vector<char16_t> buffer(c.bufferChars + 1, u'Z');
+  EXPECT_EQ(get_error_description(record, buffer.data(), c.bufferChars), c.result ? 1 : 0);
+  EXPECT_EQ(std::u16string_view(buffer.data()).substr(0, c.bufferChars), c.copied);
+  // The whole buffer is zeroed first, and nothing is written past it.
+  for (uint32_t i = static_cast<uint32_t>(c.copied.size()); i < c.bufferChars; ++i) {
+    EXPECT_EQ(buffer[i], 0) << "at " << i;
+  }
+  EXPECT_EQ(buffer[c.bufferChars], u'Z');
+  EXPECT_EQ(record->description->view(), c.kept);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, RkErrorDescription,
+    testing::Values(DescriptionCase{"plain", u"Broken.", 16, true, u"Broken.", u"Broken."},
+                    DescriptionCase{"crlf", u"Broken.\r\n", 16, true, u"Broken.", u"Broken."},
+                    DescriptionCase{"lone_lf", u"\n", 16, true, u"", u""},
+                    DescriptionCase{"lone_cr", u"\r", 16, true, u"", u""},
+                    DescriptionCase{"lf_cr", u"x\n\r", 16, true, u"x", u"x"},
+                    DescriptionCase{"at_most_two_go", u"x\r\n\r\n", 16, true, u"x\r\n", u"x\r\n"},
+                    DescriptionCase{"inner_line_end_stays", u"a\r\nb", 16, true, u"a\r\nb", u"a\r\nb"},
+                    DescriptionCase{"empty", u"", 4, true, u"", u""},
+                    DescriptionCase{"exact_fit", u"abc", 4, true, u"abc", u"abc"},
+                    DescriptionCase{"no_room_for_terminator", u"abcd", 4, false, u"", u"abcd"},
+                    DescriptionCase{"far_too_small", u"a long description", 3, false, u"",
+                                    u"a long description"},
+                    DescriptionCase{"fits_after_trim", u"abc\r\n", 4, true, u"abc", u"abc"},
+                    DescriptionCase{"one_char_buffer", u"a", 1, false, u"", u"a"}),
+    RkCaseName());
+
+TEST_F(RkExportsTest, DescriptionRefusesNullBufferAndZeroSize) {
+  RkViewerRecord* record = OpenUtility();
+  *record->description = u"text\n";
+  char16_t buffer[4] = {u'Z', u'Z', u'Z', u'Z'};
+  EXPECT_FALSE(get_error_description(record, nullptr, 4));
+  EXPECT_FALSE(get_error_description(record, buffer, 0));
+  EXPECT_EQ(buffer[0], u'Z');
+  EXPECT_FALSE(get_error_module(record, nullptr, 4));
+  EXPECT_FALSE(get_error_module(record, buffer, 0));
+  EXPECT_EQ(buffer[0], u'Z');
+}
+
+TEST_F(RkExportsTest, ModuleIsCopiedWithoutTrimming) {
+  RkViewerRecord* record = OpenUtility();
+  *record->module = u"src\\x.cpp\r\n";
+  char16_t buffer[32];
+  EXPECT_TRUE(get_error_module(record, buffer, 32));
+  EXPECT_EQ(std::u16string_view(buffer), u"src\\x.cpp\r\n");
+  char16_t small[4] = {u'Z', u'Z', u'Z', u'Z'};
+  EXPECT_FALSE(get_error_module(record, small, 4));
+  for (char16_t ch : small) EXPECT_EQ(ch, 0);
+}
+
+TEST_F(RkExportsTest, GettersDoNotReset) {
+  RkViewerRecord* record = OpenUtility();
+  StoreOldError(record);
+  char16_t buffer[32];
+  EXPECT_EQ(get_error_code(record), 4242u);
+  EXPECT_TRUE(get_error_description(record, buffer, 32));
+  EXPECT_TRUE(get_error_module(record, buffer, 32));
+  EXPECT_EQ(get_error_code(record), 4242u);
+  EXPECT_EQ(get_severity_code(record), 9u);
+  EXPECT_EQ(get_line_number(record), 77u);
+}
+
+// ---- open_viewer -------------------------------------------------------------------------------
+
+TEST_F(RkExportsTest, OpenViewerWithoutOutDoesNothing) {
+  EXPECT_FALSE(open_viewer(archive_.c_str(), temp_.c_str(), 0, 0, 0, 0, nullptr));
+}
+
+TEST_F(RkExportsTest, OpenViewerWithNullTempFolderStores87) {
+  RkViewerRecord* record = nullptr;
+  EXPECT_FALSE(open_viewer(archive_.c_str(), nullptr, 0, 0, 1, 0, &record));
+  ASSERT_NE(record, nullptr);
+  Abandon(record);
+  EXPECT_EQ(record->resizeDisabled, 1);
+  ExpectStored(record, kCodeInvalidParameter, 2, RkLangModule::Get().SystemText(kCodeInvalidParameter),
+               kExportsFile);
+}
+
+struct OpenFailCase {
+  const char* name;
+  const char* archive;  // under the fixture's root; null passes a null pointer
+  const char* temp;
+  uint32_t code, severity;
+};
+
+class RkOpenViewerFails : public RkExportsTest, public testing::WithParamInterface<OpenFailCase> {};
+
+TEST_P(RkOpenViewerFails, StoresTheCollectionsError) {
+  const OpenFailCase& c = GetParam();
+  fs::create_directory(root_ + "/folder");
+  std::u16string archive = c.archive ? U16(root_ + c.archive) : u"";
+  std::u16string temp = U16(root_ + c.temp);
+  RkViewerRecord* record = nullptr;
+  EXPECT_FALSE(open_viewer(c.archive ? archive.c_str() : nullptr, temp.c_str(), 1, 1, 0, 2, &record));
+  ASSERT_NE(record, nullptr);
+  Abandon(record);
+  const RkString text = c.code > 16000 ? Text(kMsgBadPaths) : RkLangModule::Get().SystemText(c.code);
+  ExpectStored(record, c.code, c.severity, text, kCollectionFile);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Paths, RkOpenViewerFails,
+    testing::Values(OpenFailCase{"archive_is_folder", "/folder", "/extract", kCodeBadPaths, 2},
+                    OpenFailCase{"archive_missing", "/absent.zip", "/extract", 2, 5},
+                    OpenFailCase{"archive_null", nullptr, "/extract", kCodeBadPaths, 2},
+                    OpenFailCase{"temp_missing", "/items.zip", "/absent", 2, 5},
+                    OpenFailCase{"temp_is_file", "/items.zip", "/items.zip", kCodeBadPaths, 2}),
+    RkCaseName());
+
+struct CryptoCase {
+  const char* name;
+  uint32_t given, engine;
+};
+
+class RkOpenViewerCrypto : public RkExportsTest, public testing::WithParamInterface<CryptoCase> {};
+
+TEST_P(RkOpenViewerCrypto, MapsTheModeOntoTheEngine) {
+  RkViewerRecord* record = OpenViewer(GetParam().given);
+  ASSERT_NE(record, nullptr);
+  ASSERT_NE(record->collection, nullptr);
+  EXPECT_EQ(record->collection->GetCryptoMode(), GetParam().engine);
+  ExpectClear(record);
+  EXPECT_TRUE(close_viewer(record));
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, RkOpenViewerCrypto,
+                         testing::Values(CryptoCase{"zero_keeps_default", 0, 0}, CryptoCase{"one", 1, 1},
+                                         CryptoCase{"two", 2, 2}, CryptoCase{"seven_acts_like_two", 7, 2},
+                                         CryptoCase{"largest", 0xFFFFFFFFu, 2}),
+                         RkCaseName());
+
+TEST_F(RkExportsTest, OpenViewerCopiesResizeDisabled) {
+  RkViewerRecord* record = nullptr;
+  ASSERT_TRUE(open_viewer(archive_.c_str(), temp_.c_str(), 1, 1, 1, 0, &record));
+  EXPECT_EQ(record->resizeDisabled, 1);
+  EXPECT_EQ(record->collection->count(), 0u);
+  EXPECT_TRUE(close_viewer(record));
+}
+
+// ---- add_item ----------------------------------------------------------------------------------
+
+TEST_F(RkExportsTest, AddItemWithNullFolderAddsAtTheRoot) {
+  RkViewerRecord* record = OpenViewer();
+  ASSERT_NE(record, nullptr);
+  EXPECT_TRUE(add_item(record, nullptr, u"PIC.JPG", 99, 1, 1));
+  ASSERT_EQ(record->collection->count(), 1u);
+  RkSourceDocument* d = record->collection->at(0);
+  EXPECT_TRUE(d->getFolder().empty());
+  EXPECT_EQ(d->getName().view(), u"PIC.JPG");
+  EXPECT_EQ(d->getArchiveName().view(), u"PIC.JPG");
+  EXPECT_EQ(d->getItemKey(), 99u);
+  EXPECT_TRUE(d->getEncrypted());
+  EXPECT_TRUE(d->getStartHere());
+  EXPECT_EQ(d->getDocumentType(), uint32_t{kDocumentImage});
+  EXPECT_TRUE(add_item(record, u"docs", u"readme", 0, 0, 0));
+  EXPECT_EQ(record->collection->at(1)->getFolder().view(), u"docs");
+  EXPECT_EQ(record->collection->at(1)->getDocumentType(), uint32_t{kDocumentText});
+  ExpectClear(record);
+  EXPECT_TRUE(close_viewer(record));
+}
+
+TEST_F(RkExportsTest, AddItemNullNameIsRefusedInTheExport) {
+  RkViewerRecord* record = OpenViewer();
+  EXPECT_FALSE(add_item(record, u"", nullptr, 0, 0, 0));
+  ExpectStored(record, kCodeInvalidParameter, 2, RkLangModule::Get().SystemText(kCodeInvalidParameter),
+               kExportsFile);
+  EXPECT_EQ(record->collection->count(), 0u);
+  EXPECT_TRUE(close_viewer(record));
+}
+
+TEST_F(RkExportsTest, AddItemEmptyNameIsRefusedInTheCollection) {
+  RkViewerRecord* record = OpenViewer();
+  EXPECT_FALSE(add_item(record, nullptr, u"", 0, 0, 0));
+  ExpectStored(record, kCodeInvalidParameter, 2, RkLangModule::Get().SystemText(kCodeInvalidParameter),
+               kCollectionFile);
+  EXPECT_EQ(record->collection->count(), 0u);
+  EXPECT_TRUE(close_viewer(record));
+}
+
+TEST_F(RkExportsTest, AddItemNullRecord) { EXPECT_FALSE(add_item(nullptr, nullptr, u"a.jpg", 0, 0, 0)); }
+
+TEST_F(RkExportsTest, AddItemWithoutCollectionStores16007) {
+  RkViewerRecord* record = OpenUtility();
+  EXPECT_FALSE(add_item(record, nullptr, u"a.jpg", 0, 0, 0));
+  ExpectStored(record, kCodeNoCollection, 1, Text(kMsgNoCollection), kExportsFile);
+}
+
+TEST_F(RkExportsTest, AddItemResetsAnEarlierError) {
+  RkViewerRecord* record = OpenViewer();
+  EXPECT_FALSE(add_item(record, nullptr, nullptr, 0, 0, 0));
+  ASSERT_EQ(get_error_code(record), uint32_t{kCodeInvalidParameter});
+  EXPECT_TRUE(add_item(record, nullptr, u"a.jpg", 0, 0, 0));
+  ExpectClear(record);
+  EXPECT_TRUE(record->description->empty());
+  EXPECT_TRUE(record->module->empty());
+  EXPECT_TRUE(close_viewer(record));
+}
+
+// ---- show_viewer, close_viewer, callback_init ------------------------------------------------
+
+TEST_F(RkExportsTest, ShowViewerFailsHonestlyWithoutAWindow) {
+  RkViewerRecord* record = OpenViewer();
+  ASSERT_TRUE(add_item(record, nullptr, u"a.jpg", 0, 0, 1));
+  StoreOldError(record);
+  char16_t password[8] = u"secret";
+  EXPECT_FALSE(show_viewer(record, 0, 0, 1, 1, password, 8));
+  ExpectStored(record, kCodeNoWindow, 5, Text(kMsgNoWindow), kExportsFile);
+  EXPECT_EQ(std::u16string_view(password), u"secret");
+  // The record stays usable: more items, then an ordinary close.
+  EXPECT_TRUE(add_item(record, nullptr, u"b.jpg", 0, 0, 0));
+  EXPECT_EQ(record->collection->count(), 2u);
+  EXPECT_TRUE(close_viewer(record));
+}
+
+TEST_F(RkExportsTest, ShowViewerNullRecordAndNoCollection) {
+  EXPECT_FALSE(show_viewer(nullptr, 0, 0, 0, 0, nullptr, 0));
+  RkViewerRecord* record = OpenUtility();
+  EXPECT_FALSE(show_viewer(record, 0, 0, 0, 0, nullptr, 0));
+  ExpectStored(record, kCodeNoCollection, 1, Text(kMsgNoCollection), kExportsFile);
+}
+
+TEST_F(RkExportsTest, CloseViewerNullRecord) { EXPECT_FALSE(close_viewer(nullptr)); }
+
+TEST_F(RkExportsTest, CloseViewerRemovesTheEmptyTemporaryFolder) {
+  RkViewerRecord* record = OpenViewer();
+  ASSERT_TRUE(add_item(record, nullptr, u"a.jpg", 0, 0, 0));
+  EXPECT_TRUE(close_viewer(record));
+  EXPECT_FALSE(fs::exists(root_ + "/extract"));
+  EXPECT_TRUE(fs::exists(root_ + "/items.zip"));
+}
+
+TEST_F(RkExportsTest, CallbackInitStoresTheHostsObject) {
+  class Host final : public RkImageViewerCallback {
+    rk_bool8 onItemChanged(const char16_t*, rk_bool8, rk_bool8, rk_bool8, const char16_t*,
+                           const char16_t*) override {
+      return 1;
+    }
+    rk_bool8 isValidName(const char16_t*) override { return 1; }
+    rk_bool8 itemExists(const char16_t*) override { return 0; }
+    rk_bool8 showHelp(rk_hwnd, uint32_t, uint32_t) override { return 1; }
+    uint32_t askSecurity(uint32_t, uint32_t, uint32_t, uint32_t) override { return 0; }
+    uint32_t shareItem(rk_hwnd, const char16_t*) override { return 0; }
+    rk_bool8 getPassword(const char16_t*, char16_t*, uint32_t) override { return 0; }
+    void setPassword(const char16_t*, uint32_t, const char16_t*) override {}
+    void onArchiveFile(const char16_t*) override {}
+    void setViewerWindow(rk_hwnd) override {}
+  } host;
+  ASSERT_EQ(RkCallbackSlot(), RkDefaultCallback());
+  EXPECT_FALSE(callback_init(nullptr));
+  EXPECT_EQ(RkCallbackSlot(), RkDefaultCallback());
+  EXPECT_TRUE(callback_init(&host));
+  EXPECT_EQ(RkCallbackSlot(), &host);
+  EXPECT_FALSE(callback_init(nullptr));
+  EXPECT_EQ(RkCallbackSlot(), &host);
+  RkSetCallbackSlot(RkDefaultCallback());
+}
+
+// ---- image utility -------------------------------------------------------------------------------
+
+TEST_F(RkExportsTest, ImageUtilityRecordNulls) {
+  EXPECT_FALSE(open_image_utility(nullptr));
+  EXPECT_FALSE(close_image_utility(nullptr));
+  RkViewerRecord* record = OpenUtility();
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(record->collection, nullptr);
+  ASSERT_NE(record->description, nullptr);
+  ASSERT_NE(record->module, nullptr);
+  ExpectClear(record);
+}
+
+using RkImageCall = std::function<rk_bool8(RkViewerRecord*, rk_bool8*)>;
+
+struct ImageCallCase {
+  const char* name;
+  RkImageCall call;
+};
+
+class RkImageUtilityRefuses : public RkExportsTest, public testing::WithParamInterface<ImageCallCase> {};
+
+TEST_P(RkImageUtilityRefuses, Stores16205AndClearsTheFlag) {
+  RkViewerRecord* record = OpenUtility();
+  StoreOldError(record);
+  rk_bool8 flag = 1;
+  EXPECT_FALSE(GetParam().call(record, &flag));
+  EXPECT_EQ(flag, 0);
+  ExpectStored(record, kCodeResizeRefused, 8, Text(kMsgResizeRefused), kExportsFile);
+  // No record: false, and the flag is still cleared.
+  flag = 1;
+  EXPECT_FALSE(GetParam().call(nullptr, &flag));
+  EXPECT_EQ(flag, 0);
+}
+
+TEST_P(RkImageUtilityRefuses, AcceptsANullFlag) {
+  RkViewerRecord* record = OpenUtility();
+  EXPECT_FALSE(GetParam().call(record, nullptr));
+  EXPECT_EQ(get_error_code(record), uint32_t{kCodeResizeRefused});
+}
+
+const char16_t kSource[] = u"in.png";
+const char16_t kDestination[] = u"out.png";
+
+INSTANTIATE_TEST_SUITE_P(Calls, RkImageUtilityRefuses,
+                         testing::Values(ImageCallCase{"resize_image",
+                                                       [](RkViewerRecord* r, rk_bool8* f) {
+                                                         return resize_image(r, kSource, kDestination, 10, 10,
+                                                                             f);
+                                                       }},
+                                         ImageCallCase{"resize_imageex",
+                                                       [](RkViewerRecord* r, rk_bool8* f) {
+                                                         return resize_imageex(r, kSource, kDestination, 10,
+                                                                               10, f, u"wipe");
+                                                       }},
+                                         ImageCallCase{"resize_imageex2",
+                                                       [](RkViewerRecord* r, rk_bool8* f) {
+                                                         return resize_imageex2(r, kSource, kDestination, 10,
+                                                                                10, 1, 0, f, nullptr);
+                                                       }},
+                                         ImageCallCase{"resize_with_null_paths",
+                                                       [](RkViewerRecord* r, rk_bool8* f) {
+                                                         return resize_image(r, nullptr, nullptr, 0, 0, f);
+                                                       }},
+                                         // rotate_image has no flag: the flag stays as the test clears it.
+                                         ImageCallCase{"rotate_image",
+                                                       [](RkViewerRecord* r, rk_bool8* f) {
+                                                         if (f) *f = 0;
+                                                         return rotate_image(r, kSource, kDestination, 1, 90);
+                                                       }}),
+                         RkCaseName());
+
+TEST_F(RkExportsTest, ResizeWithoutRecordFillsCodeAndText) {
+  rk_bool8 flag = 1;
+  uint32_t code = 0;
+  std::vector<char16_t> text(1024, u'Z');
+  EXPECT_FALSE(resize_imageex3(kSource, kDestination, 10, 10, &flag, &code, text.data()));
+  EXPECT_EQ(flag, 0);
+  EXPECT_EQ(code, uint32_t{kCodeResizeRefused});
+  EXPECT_EQ(std::u16string_view(text.data()), Text(kMsgResizeRefused).view());
+  // Null outputs are not written.
+  EXPECT_FALSE(resize_imageex3(nullptr, nullptr, 0, 0, nullptr, nullptr, nullptr));
+}
+
+}  // namespace
