@@ -31,6 +31,20 @@ std::string HostExecutable() {
   return n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string();
 }
 
+// The wiper refuses a path that passes through a symbolic link, so it is given the real path:
+// a temporary folder under a linked home is still wiped. A path whose folder is gone stays as it is.
+std::string RealPath(const FidString& path) {
+  FidString folder = path.GetFolder();
+  folder.RemoveSeparator();
+  const std::string name = FidString(path.GetName()).ToPosix();
+  char* real = ::realpath(folder.empty() ? "." : folder.ToPosix().c_str(), nullptr);
+  if (!real) return path.ToPosix();
+  std::string out = real;
+  std::free(real);
+  if (out != "/") out += '/';
+  return out + name;
+}
+
 // The list file is private to the user (0600): it names what an encrypted archive held.
 class RkWipeList {
  public:
@@ -49,7 +63,7 @@ class RkWipeList {
     if (fd < 0) return false;
     path_ = pattern;
     std::string text(RkLib::RkBOM::Bytes(RkLib::kBomUtf8));
-    for (const RkLib::FidString& f : files) text += f.ToPosix() + "\r\n";
+    for (const RkLib::FidString& f : files) text += RealPath(f) + "\r\n";
     bool ok = ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     ok = ::close(fd) == 0 && ok;
     return ok;
@@ -116,7 +130,7 @@ void wipeTemporaryFiles(RkDocCollection* collection) {
   std::string argument;
   bool launched = false;
   if (files.Count() == 1) {
-    argument = files.Head()->fid.ToPosix();
+    argument = RealPath(files.Head()->fid);
   } else if (list.Write(files)) {
     argument = "@" + list.Path();
   }

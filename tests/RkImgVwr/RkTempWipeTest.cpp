@@ -127,6 +127,22 @@ TEST_F(RkTempWipe, KeptFileStaysAndSoDoesTheFolder) {
   EXPECT_TRUE(fs::is_empty(listDir_));
 }
 
+TEST_F(RkTempWipe, TemporaryFolderBehindALinkIsWipedThroughItsRealPath) {
+  const std::string linked = root_ + "/linked";
+  fs::create_directory_symlink(temp_, linked);
+  std::string secret;
+  {
+    RkDocCollection c(FidString::FromPosix(archive_), FidString::FromPosix(linked), false, false);
+    secret = Extracted(c, "", "behind.jpg", true)->fullPath().ToPosix();
+    RkSourceDocument* k = Extracted(c, "", "kept.jpg", false);
+    k->setKeepFile(true);
+    wipeTemporaryFiles(&c);
+    EXPECT_TRUE(c.at(0)->getWiped());
+  }
+  EXPECT_TRUE(GoneWithin(secret, std::chrono::seconds(10)));
+  EXPECT_TRUE(Exists(temp_ + "/kept.jpg"));
+}
+
 TEST_F(RkTempWipe, NothingExtractedMeansNothingToDo) {
   std::string present = temp_ + "/earlier.jpg";
   std::ofstream(present) << "from an earlier run";
