@@ -48,8 +48,8 @@ typedef struct RkImageViewerCallback RkImageViewerCallback;
  * memory runs out (then *out is untouched); otherwise *out is always set, and false means the
  * error is stored in it: 87 for a null tempFolder, 16005 for a missing archive (or a folder) or a
  * temporary folder that is missing or a file. cryptoMode 0 keeps the default, 1 selects mode 1
- * and any other value mode 2. A failed record must not be passed to close_viewer: read the error
- * and abandon it. */
+ * and any other value mode 2. A failed record must not be passed to close_viewer: read the error,
+ * then abandon it or free it with close_image_utility, which frees a record without a collection. */
 RKIMGV64_API rk_bool8 open_viewer(const char16_t* archivePath, const char16_t* tempFolder, rk_bool8 correctNames,
                                   rk_bool8 readOnly, rk_bool8 resizeDisabled, uint32_t cryptoMode,
                                   RkViewerRecord** out);

@@ -138,21 +138,25 @@ static void OpenViewerFailures(const char* archive, const char* folder) {
   CHECK(!rk.add_item(record, NULL, W("a.jpg"), 1, 0, 0));
   CHECK(rk.get_error_code(record) == 16007);
   CHECK(rk.get_severity_code(record) == 1);
-  /* It is abandoned, as the interface demands; close_viewer would end the process. */
+  /* close_viewer would end the process; a record without collection is freed this way. */
+  CHECK(rk.close_image_utility(record));
 
   record = NULL;
   CHECK(!rk.open_viewer(W(folder), W(folder), 0, 0, 0, 0, &record));  /* archive is a folder */
   CHECK(record && rk.get_error_code(record) == 16005 && rk.get_severity_code(record) == 2);
   CHECK(rk.get_line_number(record) > 0);
   CHECK(rk.get_error_module(record, text, 256) && Len16(text) > 0);
+  CHECK(rk.close_image_utility(record));
 
   record = NULL;
   CHECK(!rk.open_viewer(W("/nonexistent/archive.zip"), W(folder), 0, 0, 0, 0, &record));
   CHECK(record && rk.get_error_code(record) == 2 && rk.get_severity_code(record) == 5);
+  CHECK(rk.close_image_utility(record));
 
   record = NULL;
   CHECK(!rk.open_viewer(W(archive), W(archive), 0, 0, 0, 0, &record));  /* temp folder is a file */
   CHECK(record && rk.get_error_code(record) == 16005);
+  CHECK(rk.close_image_utility(record));
 }
 
 static void ViewerRun(const char* archive, const char* folder) {
