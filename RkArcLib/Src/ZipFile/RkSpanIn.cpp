@@ -1,0 +1,52 @@
+#include "RkSpanIn.h"
+
+namespace RkArcLib {
+
+using RkLib::FidString;
+using RkLib::RkSeekFrom;
+
+bool RkSpanIn::Open(const FidString& path, uint16_t bufferSize, uint16_t shareMode) {
+  Close();
+  bufferSize_ = bufferSize;
+  shareMode_ = shareMode;
+  currentPart_ = -1;
+  lastPart_ = -1;
+  partSize_ = 0;
+  archiveName_ = path;
+  isZipx_ = path.HasExtension(u"zipx");
+  if (path.empty() || !file_.Open(path, "rb")) return false;
+  const int64_t size = file_.GetSize();
+  if (size < 0) {
+    file_.Close();
+    return false;
+  }
+  partSize_ = static_cast<uint64_t>(size);
+  return true;
+}
+
+void RkSpanIn::Close() { file_.Close(); }
+
+void RkSpanIn::SetPartNumbers(int64_t current, int64_t last) {
+  if (current != -1) currentPart_ = current;
+  if (last != -1) lastPart_ = last;
+}
+
+int64_t RkSpanIn::Seek(int64_t part, int64_t offset, RkSeekFrom origin) {
+  if (!file_.IsOpen()) return -1;
+  if (lastPart_ != 0 && part != -1 && part != currentPart_ && currentPart_ != -1) return -1;
+  int64_t base = 0;
+  if (origin == RkSeekFrom::kCurrent) base = file_.Tell();
+  if (origin == RkSeekFrom::kEnd) base = static_cast<int64_t>(partSize_);
+  if (base < 0 || offset < -base) return -1;
+  const int64_t target = base + offset;
+  return file_.Seek(target) ? target : -1;
+}
+
+int64_t RkSpanIn::Read(void* buffer, size_t count) {
+  if (!file_.IsOpen()) return -1;
+  const size_t got = file_.Read(buffer, count);
+  if (got < count && file_.LastError() != 0) return -1;
+  return static_cast<int64_t>(got);
+}
+
+}  // namespace RkArcLib
