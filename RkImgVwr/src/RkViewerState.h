@@ -7,6 +7,24 @@
 
 namespace RkImgVwr {
 
+// The answers the library gives when the host sets no callback object; a host-side test double
+// derives from it and overrides only what it watches.
+class RkDefaultViewerCallback : public RkImageViewerCallback {
+ public:
+  rk_bool8 onItemChanged(const char16_t*, rk_bool8, rk_bool8, rk_bool8, const char16_t*, const char16_t*) override {
+    return 1;
+  }
+  rk_bool8 isValidName(const char16_t*) override { return 1; }
+  rk_bool8 itemExists(const char16_t*) override { return 0; }
+  rk_bool8 showHelp(rk_hwnd, uint32_t, uint32_t) override { return 1; }
+  uint32_t askSecurity(uint32_t, uint32_t, uint32_t, uint32_t) override { return 0; }
+  uint32_t shareItem(rk_hwnd, const char16_t*) override { return 0; }
+  rk_bool8 getPassword(const char16_t*, char16_t*, uint32_t) override { return 1; }
+  void setPassword(const char16_t*, uint32_t, const char16_t*) override {}
+  void onArchiveFile(const char16_t*) override {}
+  void setViewerWindow(rk_hwnd) override {}
+};
+
 // Starts at a built-in object with the default answers; callback_init replaces it, and the end of
 // show_viewer sets it to null (not back to the default).
 RkImageViewerCallback* RkCallbackSlot() noexcept;

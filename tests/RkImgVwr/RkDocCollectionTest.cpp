@@ -744,7 +744,7 @@ INSTANTIATE_TEST_SUITE_P(Contexts, RkCollectionRefusal,
 
 // ---- saveAs ------------------------------------------------------------------------------------
 
-class RkRecordingCallback final : public RkImageViewerCallback {
+class RkRecordingCallback final : public RkDefaultViewerCallback {
  public:
   struct Change {
     std::u16string fullPath;
@@ -756,15 +756,6 @@ class RkRecordingCallback final : public RkImageViewerCallback {
     changes.push_back({fullPath, hasFolder, removed, encrypted, folderAndArchiveName, folderAndName});
     return answer;
   }
-  rk_bool8 isValidName(const char16_t*) override { return 1; }
-  rk_bool8 itemExists(const char16_t*) override { return 0; }
-  rk_bool8 showHelp(rk_hwnd, uint32_t, uint32_t) override { return 1; }
-  uint32_t askSecurity(uint32_t, uint32_t, uint32_t, uint32_t) override { return 0; }
-  uint32_t shareItem(rk_hwnd, const char16_t*) override { return 0; }
-  rk_bool8 getPassword(const char16_t*, char16_t*, uint32_t) override { return 0; }
-  void setPassword(const char16_t*, uint32_t, const char16_t*) override {}
-  void onArchiveFile(const char16_t*) override {}
-  void setViewerWindow(rk_hwnd) override {}
 
   std::vector<Change> changes;
   rk_bool8 answer = 1;

@@ -195,21 +195,29 @@ void RkWiper::overwrite(int parent, const std::string& name, const std::string& 
   if (close(file.release()) != 0) note("the zeros may not have reached the disk", path, errno);
 }
 
-void RkWiper::wipeFile(std::string_view entry) {
+// Resolves a listed entry to its folder, held open, and what lies there under its name; false
+// when there is nothing to do (already gone) or it was refused, which is then reported.
+bool RkWiper::reach(std::string_view entry, RkFd& parent, std::string& name, std::string& path,
+                    struct stat& st) {
   std::string why;
-  std::string path = SystemPath(entry, why);
+  path = SystemPath(entry, why);
   if (path.empty()) {
     fail("skipped, " + why, entry);
-    return;
+    return false;
   }
-  RkFd parent;
-  std::string name;
-  if (openParent(path, parent, name) != Reach::kFound) return;
-  struct stat st;
+  if (openParent(path, parent, name) != Reach::kFound) return false;
   if (fstatat(parent.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno != ENOENT) fail("cannot examine", path, errno);
-    return;
+    return false;
   }
+  return true;
+}
+
+void RkWiper::wipeFile(std::string_view entry) {
+  RkFd parent;
+  std::string name, path;
+  struct stat st;
+  if (!reach(entry, parent, name, path, st)) return;
   if (S_ISDIR(st.st_mode)) {
     fail("kept, a folder is removed only when listed with a separator at its end", path);
     return;
@@ -244,20 +252,10 @@ void RkWiper::removeEmptySubfolders(int folder, int depth) {
 }
 
 void RkWiper::removeFolder(std::string_view entry) {
-  std::string why;
-  std::string path = SystemPath(entry, why);
-  if (path.empty()) {
-    fail("skipped, " + why, entry);
-    return;
-  }
   RkFd parent;
-  std::string name;
-  if (openParent(path, parent, name) != Reach::kFound) return;
+  std::string name, path;
   struct stat st;
-  if (fstatat(parent.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
-    if (errno != ENOENT) fail("cannot examine", path, errno);
-    return;
-  }
+  if (!reach(entry, parent, name, path, st)) return;
   if (!S_ISDIR(st.st_mode)) {
     fail(S_ISLNK(st.st_mode) ? "kept, a symbolic link is not a folder" : "kept, not a folder", path);
     return;

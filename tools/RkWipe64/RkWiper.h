@@ -5,6 +5,8 @@
 // since the aim is only that nothing listed survives.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -62,6 +64,7 @@ class RkWiper {
  private:
   enum class Reach { kFound, kMissing, kRefused };
   Reach openParent(const std::string& path, RkFd& parent, std::string& name);
+  bool reach(std::string_view entry, RkFd& parent, std::string& name, std::string& path, struct stat& st);
   void overwrite(int parent, const std::string& name, const std::string& path);
   void removeEmptySubfolders(int folder, int depth);
 
