@@ -29,8 +29,10 @@ test-tsan: deps build/tsan/build.ninja
 	$(CMAKE_BUILD) tsan
 	ctest --preset tsan
 
+# Each benchmark runs its peers (zlib, libdeflate, cp) on the same input and prints the ratios.
 bench: build
 	build/default/bin/RkCrc32Bench
+	build/default/bin/RkPipeBench
 
 # Builds the fuzz targets and replays each briefly from its seeds: a smoke run, not a campaign.
 FUZZ_SECONDS ?= 20
