@@ -98,10 +98,7 @@ bool Memory(uint64_t size) {
     RkPipeLib::RkMemIn source(data.data(), data.size(), nullptr, nullptr, settings);
     RkPipeLib::RkCrcProgress crc(nullptr, nullptr, settings);
     RkPipeLib::RkCountOut target(nullptr, nullptr, settings);
-    RkPipe pipe;
-    pipe.SetSource(&source);
-    pipe.AddLink(&crc);
-    pipe.SetTarget(&target);
+    RkPipe pipe(&source, {&crc}, &target);
     piped = std::min(piped, Seconds([&] { Run(pipe); }));
     pipeCrc = crc.GetCrc();
   }
@@ -124,10 +121,7 @@ uint32_t FileCrc(const std::string& path) {
   RkPipeLib::RkFileIn source(&file, nullptr, nullptr);
   RkPipeLib::RkCrcCalculator crc(nullptr, nullptr);
   RkPipeLib::RkCountOut target(nullptr, nullptr);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.AddLink(&crc);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {&crc}, &target);
   Run(pipe);
   return crc.GetCrc();
 }
@@ -172,9 +166,7 @@ void PipeCopy(const std::string& from, const std::string& to) {
   }
   RkPipeLib::RkFileIn source(&in, nullptr, nullptr);
   RkPipeLib::RkFileOut target(&out, nullptr, nullptr);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {}, &target);
   Run(pipe);
   out.Close();
 }

@@ -59,10 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   RkPipeLib::RkMemIn source(input.data(), input.size(), nullptr, nullptr, settings);
   RkPipeLib::RkCrLfConverter converter(nullptr, nullptr, settings);
   RkPipeLib::RkMemOut target(nullptr, nullptr, RkPipeLib::RkMemOut::kNoLimit, settings);
-  RkPipeLib::RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.AddLink(&converter);
-  pipe.SetTarget(&target);
+  RkPipeLib::RkPipe pipe(&source, {&converter}, &target);
   Check(pipe.Run(nullptr));
   Check(target.Bytes() == Reference(input, static_cast<size_t>(settings.pipeBufferSize)));
   return 0;

@@ -15,6 +15,8 @@
 // The waits for the workers at the end of Run are not interruptible.
 #pragma once
 
+#include <initializer_list>
+
 #include <mutex>
 #include <vector>
 
@@ -26,6 +28,12 @@ namespace RkPipeLib {
 class RkPipe {
  public:
   RkPipe() = default;
+  // The whole calling order in one: SetSource, AddLink for each link in stream order, SetTarget.
+  RkPipe(RkSourceNode* source, std::initializer_list<RkLinkNode*> links, RkTargetNode* target) {
+    SetSource(source);
+    for (RkLinkNode* link : links) AddLink(link);
+    SetTarget(target);
+  }
   RkPipe(const RkPipe&) = delete;
   RkPipe& operator=(const RkPipe&) = delete;
 

@@ -27,10 +27,7 @@ TEST_P(CrLfConverter, MakesPairsUnlessTheStartLooksBinary) {
   RkPipeLib::RkMemIn source(c.input.data(), c.input.size(), nullptr, nullptr, settings);
   RkPipeLib::RkCrLfConverter converter(nullptr, nullptr, settings);
   RkPipeLib::RkMemOut target(nullptr, nullptr, RkPipeLib::RkMemOut::kNoLimit, settings);
-  RkPipeLib::RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.AddLink(&converter);
-  pipe.SetTarget(&target);
+  RkPipeLib::RkPipe pipe(&source, {&converter}, &target);
   ASSERT_TRUE(pipe.Run(nullptr));
   EXPECT_EQ(std::string(target.Bytes().begin(), target.Bytes().end()), c.expected);
 }

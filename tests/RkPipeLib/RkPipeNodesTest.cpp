@@ -73,10 +73,7 @@ TEST_P(FileCopy, FileInToFileOutCopiesEveryByte) {
   RkPipeLib::RkFileIn source(&in, nullptr, nullptr, settings);
   RkPipeLib::RkCrcCalculator crc(nullptr, nullptr, settings);
   RkPipeLib::RkFileOut target(&out, nullptr, nullptr);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.AddLink(&crc);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {&crc}, &target);
   EXPECT_EQ(RunPipe(pipe), std::nullopt);
   out.Close();
   EXPECT_EQ(source.TotalRead(), data.size());
@@ -96,9 +93,7 @@ TEST_F(PipeTest, FileOutOnAFullDiskGives7018) {
   const RkStreamSettings settings = SmallSettings(1024);
   RkPipeLib::RkMemIn source(data.data(), data.size(), nullptr, nullptr, settings);
   RkPipeLib::RkFileOut target(&out, nullptr, nullptr);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {}, &target);
   EXPECT_EQ(RunPipe(pipe), RkErrorInfo(7018, 40));
 }
 
@@ -110,9 +105,7 @@ TEST_F(PipeTest, FileOutOtherWriteFailureGives7008) {
   const std::vector<uint8_t> data = Data(10);
   RkPipeLib::RkMemIn source(data.data(), data.size(), nullptr, nullptr, SmallSettings(16));
   RkPipeLib::RkFileOut target(&out, nullptr, nullptr);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {}, &target);
   EXPECT_EQ(RunPipe(pipe), RkErrorInfo(7008, 40));
 }
 
@@ -123,9 +116,7 @@ TEST_F(PipeTest, FileInReadFailureIsNotAShortFile) {
   const RkStreamSettings settings = SmallSettings(16);
   RkPipeLib::RkFileIn source(&in, nullptr, nullptr, settings);
   RkPipeLib::RkCountOut target(nullptr, nullptr, settings);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {}, &target);
   EXPECT_EQ(RunPipe(pipe), RkErrorInfo(RkLib::kErrReadFile, 40));
 }
 
@@ -136,10 +127,7 @@ TEST_F(PipeTest, ProgressTrackerAddsEveryByteAndTouchesNone) {
   RkPipeLib::RkMemIn source(data.data(), data.size(), nullptr, nullptr, settings);
   RkPipeLib::RkProgressTracker tracker(&progress, nullptr, nullptr, settings);
   RkPipeLib::RkMemOut target(nullptr, nullptr, RkPipeLib::RkMemOut::kNoLimit, settings);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.AddLink(&tracker);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {&tracker}, &target);
   EXPECT_EQ(RunPipe(pipe), std::nullopt);
   EXPECT_EQ(progress.GetDone(), 1000);
   EXPECT_EQ(target.Bytes(), data);
@@ -163,10 +151,7 @@ CrcProgressRun RunCrcProgress(const std::vector<uint8_t>& data, bool digest) {
   node.SetProgress(&progress);
   node.SetDigestEnabled(digest);
   RkPipeLib::RkCountOut target(nullptr, nullptr, settings);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.AddLink(&node);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {&node}, &target);
   EXPECT_EQ(RunPipe(pipe), std::nullopt);
   EXPECT_EQ(target.Bytes(), data.size());
   return {node.GetCrc(), node.GetTotal(), node.IsText(), node.GetDigest(), progress.GetDone()};
@@ -257,10 +242,7 @@ TEST_F(PipeTest, CrcProgressCancelThroughItsCallbackGives7002) {
   StopAfter callback(3);
   node.SetUICallBack(&callback);
   RkPipeLib::RkCountOut target(nullptr, nullptr, settings);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.AddLink(&node);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {&node}, &target);
   EXPECT_EQ(RunPipe(pipe), RkErrorInfo(7002, 40));
   EXPECT_EQ(node.GetTotal(), 400u);
 }
@@ -277,11 +259,7 @@ TEST_F(PipeTest, CrcNodesStartAgainAfterReset) {
     crc.Reset();
     progress.Reset();
     RkPipeLib::RkCountOut target(nullptr, nullptr, settings);
-    RkPipe pipe;
-    pipe.SetSource(&source);
-    pipe.AddLink(&crc);
-    pipe.AddLink(&progress);
-    pipe.SetTarget(&target);
+    RkPipe pipe(&source, {&crc, &progress}, &target);
     EXPECT_EQ(RunPipe(pipe), std::nullopt);
     EXPECT_EQ(crc.GetCrc(), RkLib::RkCrc32(0, data->data(), data->size()));
     EXPECT_EQ(progress.GetCrc(), crc.GetCrc());

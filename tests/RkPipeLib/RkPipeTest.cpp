@@ -86,10 +86,7 @@ TEST_F(PipeTest, NodesAreReusableAfterReset) {
     source.OutputStream()->Reset();
     link.OutputStream()->Reset();
     RkPipeLib::RkMemOut target(nullptr, nullptr, RkPipeLib::RkMemOut::kNoLimit, settings);
-    RkPipe pipe;
-    pipe.SetSource(&source);
-    pipe.AddLink(&link);
-    pipe.SetTarget(&target);
+    RkPipe pipe(&source, {&link}, &target);
     EXPECT_EQ(RunPipe(pipe), std::nullopt);
     EXPECT_EQ(target.Bytes(), *data);
   }
@@ -191,9 +188,7 @@ TEST_P(PipeFailureOrder, HighestSeverityWinsAndFirstOfEqualsStays) {
   const std::optional<RkErrorInfo> none;
   ReplacingSource source(settings, c.sourceFirst ? c.first : none, c.sourceFirst ? none : c.second);
   ReplacingTarget target(settings, c.sourceFirst ? none : c.first, c.sourceFirst ? c.second : none);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {}, &target);
   const auto failure = RunPipe(pipe);
   ASSERT_TRUE(failure.has_value());
   EXPECT_EQ(*failure, c.expected);
@@ -226,10 +221,7 @@ TEST_P(PipeSingleFault, EndsThePipeWithTheRankedOutcome) {
   ScriptSource source(1000, settings, c.node == 0 ? c.fault : Fault{});
   ScriptLink link(settings, c.node == 1 ? c.fault : Fault{});
   ScriptTarget target(settings, c.node == 2 ? c.fault : Fault{});
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.AddLink(&link);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {&link}, &target);
   EXPECT_EQ(RunPipe(pipe), c.expected);
 }
 
@@ -265,10 +257,7 @@ TEST_F(PipeTest, EarlyStopEndsUpstreamNodesWithoutError) {
   ScriptSource source(uint64_t{1} << 40, settings);
   ScriptLink link(settings);
   RkPipeLib::RkMemOut target(nullptr, nullptr, 1000, settings);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.AddLink(&link);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {&link}, &target);
   EXPECT_EQ(RunPipe(pipe), std::nullopt);
   ASSERT_EQ(target.Bytes().size(), 1000u);
   for (size_t i = 0; i < 1000; ++i) ASSERT_EQ(target.Bytes()[i], PatternByte(i)) << i;
@@ -322,9 +311,7 @@ TEST_F(PipeTest, TargetFailureWhileSourceBlocksInGetFreeSurfacesTheTargetsCode) 
     }
     Phase& phase;
   } target(blocking);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {}, &target);
   EXPECT_EQ(RunPipe(pipe), RkErrorInfo(4321, kSevere));
   EXPECT_EQ(source.ended, RkErrorInfo(7003, kFatal));
 }
@@ -341,9 +328,7 @@ TEST_F(PipeTest, ReadingPastTheEndRaises7006) {
       input_->take(exchange);
     }
   } target(settings);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {}, &target);
   EXPECT_EQ(RunPipe(pipe), RkErrorInfo(7006, kFatal));
 }
 
@@ -364,10 +349,7 @@ TEST_F(PipeTest, CancelThroughPollGives7002) {
   ScriptLink link(settings);
   RkPipeLib::RkMemOut target(nullptr, nullptr, RkPipeLib::RkMemOut::kNoLimit, settings);
   Answers answers(3);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.AddLink(&link);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {&link}, &target);
   EXPECT_EQ(RunPipe(pipe, &answers), RkErrorInfo(7002, kFatal));
   EXPECT_EQ(answers.polls(), 4);
   EXPECT_EQ(target.Bytes().size(), 4u * 8);
@@ -389,9 +371,7 @@ TEST_F(PipeTest, InterruptedTargetGives7005AndTheSourceStops) {
       ADD_FAILURE() << "take returned without data";
     }
   } target;
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {}, &target);
   std::optional<RkErrorInfo> failure;
   boost::thread owner([&] { failure = RunPipe(pipe); });
   ASSERT_TRUE(blocking.Wait());
@@ -415,9 +395,7 @@ TEST_F(PipeTest, TargetPhaseThatEscapesEndsTheWorkersByForce) {
     void Run() override { ADD_FAILURE() << "the target ran"; }
     Phase& phase;
   } target(blocking);
-  RkPipe pipe;
-  pipe.SetSource(&source);
-  pipe.SetTarget(&target);
+  RkPipe pipe(&source, {}, &target);
   EXPECT_EQ(RunPipe(pipe), RkErrorInfo(7005, kFatal));
   EXPECT_EQ(source.ended.code(), 0u) << "an interrupted node's failure is not an RkError";
   EXPECT_FALSE(source.OutputStream()->producerFailed()) << "7005 is not passed downstream";
