@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "RkFid.h"
+#include "RkProcess.h"
 #include "RkSettings.h"
 
 namespace RkImgVwr {
@@ -69,20 +70,10 @@ std::string ModuleFolder() {
   if (dladdr(reinterpret_cast<void*>(&RkFillInserts), &info) != 0 && info.dli_fname && *info.dli_fname) {
     std::string path = info.dli_fname;
     // An executable linked statically with this code reports its own name, which may be relative.
-    if (path.find('/') == std::string::npos) {
-      char self[4096];
-      ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-      if (n > 0) path.assign(self, static_cast<size_t>(n));
-    }
+    if (path.find('/') == std::string::npos) path = RkLib::RkExecutablePath();
     return path.substr(0, path.rfind('/') + 1);
   }
   return {};
-}
-
-std::string HostFileName() {
-  char self[4096];
-  ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-  return n > 0 ? std::string(self, static_cast<size_t>(n)) : std::string();
 }
 
 }  // namespace
@@ -122,7 +113,7 @@ void RkLangModule::LoadForProcess() {
   const char* env = nullptr;
   for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"})
     if ((env = std::getenv(name)) && *env) break;
-  language_ = ChooseLanguage(FidString::FromPosix(HostFileName()).GetName(), env ? env : "");
+  language_ = ChooseLanguage(FidString::FromPosix(RkLib::RkExecutablePath()).GetName(), env ? env : "");
   const std::string folder = ModuleFolder();
   if (!LoadFile(folder + "rkimgv64." + language_.localeName.toUtf8() + ".lng") &&
       language_.localeName != RkString(u"en-US"))

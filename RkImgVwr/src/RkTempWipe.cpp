@@ -13,6 +13,7 @@
 #include "RkError.h"
 #include "RkFid.h"
 #include "RkLangModule.h"
+#include "RkProcess.h"
 #include "RkViewerException.h"
 #include "RkViewerRecord.h"
 #include "RkViewerState.h"
@@ -24,12 +25,6 @@ namespace RkImgVwr {
 namespace {
 
 const char kWiperName[] = "RkWipe64";
-
-std::string HostExecutable() {
-  char path[4096];
-  ssize_t n = ::readlink("/proc/self/exe", path, sizeof path - 1);
-  return n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string();
-}
 
 // The wiper refuses a path that passes through a symbolic link, so it is given the real path:
 // a temporary folder under a linked home is still wiped. A path whose folder is gone stays as it is.
@@ -94,7 +89,7 @@ bool Launch(const std::string& wiper, const std::string& argument, const std::st
 
 void wipeTemporaryFiles(RkDocCollection* collection) {
   RK_ASSERT(collection != nullptr);
-  FidString wiper = FidString::FromPosix(HostExecutable());
+  FidString wiper = FidString::FromPosix(RkLib::RkExecutablePath());
   if (wiper.empty() || wiper.IsFolderOnly()) return;
   wiper.ReplaceName(RkString::FromAscii(kWiperName).view());
   const std::string wiperPath = wiper.ToPosix();
