@@ -10,9 +10,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <new>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -36,15 +38,28 @@ inline RkStreamSettings SmallSettings(int32_t bufferSize, int32_t bufferCount = 
   return settings;
 }
 
+// The threads of this process that have not begun to exit. A thread that was just joined can
+// stay listed for a while under load; the kernel marks it as exiting (PF_EXITING in the flags
+// field of its stat) before a join can return, so leaving those out makes the count exact.
 inline int ThreadCount() {
-  std::ifstream status("/proc/self/status");
-  for (std::string line; std::getline(status, line);)
-    if (line.rfind("Threads:", 0) == 0) return std::stoi(line.substr(8));
-  return -1;
+  constexpr unsigned long kExiting = 0x4;
+  int count = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream stat(task.path() / "stat");
+    std::string line;
+    if (!std::getline(stat, line)) continue;  // gone while we looked
+    // The name in parentheses may hold spaces; the fields after it are plain numbers.
+    std::istringstream fields(line.substr(line.rfind(')') + 2));
+    std::string skip;
+    for (int i = 0; i < 6; ++i) fields >> skip;  // state, ppid, pgrp, session, tty_nr, tpgid
+    unsigned long flags = 0;
+    if (fields >> flags && (flags & kExiting) == 0) ++count;
+  }
+  return count;
 }
 
-// A joined thread can stay listed for a moment while the kernel reaps it; anything still there
-// after two seconds was left behind.
+// A worker ends its own part after the pipe has let go of it; anything still running after two
+// seconds was left behind.
 inline int SettledThreadCount(int expected) {
   int count = ThreadCount();
   for (int i = 0; i < 2000 && count > expected; ++i) {
