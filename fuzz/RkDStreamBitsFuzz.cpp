@@ -72,7 +72,7 @@ Expect ModelRead(Model& m, uint64_t maximum, uint64_t minimum) {
       return {false, false, 0, 0};
     }
     const size_t inBuffer = std::min(m.bufferSize - m.at % m.bufferSize, m.data.size() - m.at);
-    const uint64_t n = std::min<uint64_t>(maximum - got, inBuffer);
+    const uint64_t n = std::min<uint64_t>(minimum - got, inBuffer);
     m.at += n;
     got += n;
     if (got >= minimum) return {false, true, 0, got};

@@ -257,7 +257,7 @@ bool RkDStream::readSlow(uint8_t* destination, uint64_t maximum, uint64_t minimu
       break;
     }
     RkPipeBuffer* b = readBuffer_;
-    const uint64_t n = std::min(maximum - got, b->remaining());
+    const uint64_t n = std::min(minimum - got, b->remaining());
     if (n) std::memcpy(destination + got, b->readPos(), n);
     b->consume(n);
     got += n;

@@ -87,21 +87,18 @@ class RkDStream {
   void Reset();
 
   // ---- Consumer: bytes and bits.
-  // Copies at least `minimum` and at most `maximum` bytes; it waits for further buffers only
-  // while fewer than `minimum` have come. False, with `count` 0, when `minimum` exceeds
-  // `maximum` or the data has ended before the first byte; an end part way returns what came.
+  // Copies exactly `minimum` bytes, waiting for further buffers until they have come;
+  // `maximum` only bounds the request. False, with `count` 0, when `minimum` exceeds `maximum`
+  // or the data has ended before the first byte; an end part way returns what came.
   bool read(void* destination, uint64_t maximum, uint64_t minimum, uint64_t& count) {
     RkPipeBuffer* b = readBuffer_;
-    if (b) {
-      const uint64_t n = std::min(maximum, b->remaining());
-      // The buffer must keep a byte, so that the slow path alone hands buffers back.
-      if (n >= minimum && n < b->remaining()) {
-        if (n) std::memcpy(destination, b->readPos(), n);
-        b->consume(n);
-        bytesRead_ += n;
-        count = n;
-        return true;
-      }
+    // The buffer must keep a byte, so that the slow path alone hands buffers back.
+    if (b && minimum <= maximum && minimum < b->remaining()) {
+      if (minimum) std::memcpy(destination, b->readPos(), minimum);
+      b->consume(minimum);
+      bytesRead_ += minimum;
+      count = minimum;
+      return true;
     }
     return readSlow(static_cast<uint8_t*>(destination), maximum, minimum, count);
   }
