@@ -24,6 +24,10 @@ uint32_t RkCrc32Clmul(uint32_t crc, const void* data, size_t length) noexcept;
 // table routine.
 uint32_t RkCrc32Vclmul(uint32_t crc, const void* data, size_t length) noexcept;
 
+// RkCrc32 that also adds to `textBytes` the number of bytes with a value from 7 to 127 (see
+// RkCountTextBytes), in one pass over the data where the processor allows.
+uint32_t RkCrc32CountText(uint32_t crc, const void* data, size_t length, uint64_t& textBytes) noexcept;
+
 // Whether RkCrc32 runs one of the folding routines on this processor.
 bool RkCrc32HasClmul() noexcept;
 

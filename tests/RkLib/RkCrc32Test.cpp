@@ -231,3 +231,36 @@ TEST_F(RkCrc32Wide, SplitUpdatesEqualOneShot) {
 }
 
 }  // namespace
+
+namespace {
+
+uint64_t ReferenceTextCount(const uint8_t* p, size_t n) {
+  uint64_t count = 0;
+  for (size_t i = 0; i < n; ++i) count += p[i] >= 7 && p[i] <= 127;
+  return count;
+}
+
+}  // namespace
+
+// The one-pass CRC and text count against the two done apart, on data where every byte value and
+// every lane position occurs, over lengths that cross the wide loop's counter flush (63 blocks of
+// 256 bytes) and its tails.
+TEST(RkCrc32, CountTextEqualsCrcAndCountApart) {
+  std::vector<uint8_t> bytes = RandomBytes(70000 + 64, 11);
+  // A stretch of pure text and one of bytes at the edges of the range, so that counts are neither
+  // all nor none.
+  for (size_t i = 1000; i < 20000; ++i) bytes[i] = static_cast<uint8_t>(32 + i % 95);
+  for (size_t i = 20000; i < 21000; ++i) bytes[i] = static_cast<uint8_t>(i % 2 ? 6 + i % 3 : 126 + i % 3);
+  const size_t kLengths[] = {0, 1, 255, 256, 257, 511, 1024, 63 * 256 - 1, 63 * 256, 63 * 256 + 1,
+                             64 * 256 + 31, 127 * 256 + 200, 70000};
+  const size_t kOffsets[] = {0, 1, 33};
+  for (size_t length : kLengths) {
+    for (size_t offset : kOffsets) {
+      const uint8_t* p = bytes.data() + offset;
+      uint64_t text = 5;  // the count is added to what was there
+      const uint32_t crc = RkCrc32CountText(0x12345678, p, length, text);
+      EXPECT_EQ(crc, ReferenceCrc32(0x12345678, p, length)) << "offset " << offset << " length " << length;
+      EXPECT_EQ(text, 5 + ReferenceTextCount(p, length)) << "offset " << offset << " length " << length;
+    }
+  }
+}

@@ -216,13 +216,13 @@ TEST(TextCount, VectorAndScalarPathsAgreeAtEveryLengthAndOffset) {
     for (size_t length = 0; length + offset <= data.size(); length += 7) {
       uint64_t expected = 0;
       for (size_t i = 0; i < length; ++i) expected += data[offset + i] >= 7 && data[offset + i] <= 127;
-      ASSERT_EQ(RkPipeLib::RkCountTextBytes(data.data() + offset, length), expected)
+      ASSERT_EQ(RkLib::RkCountTextBytes(data.data() + offset, length), expected)
           << offset << "+" << length;
     }
   }
   // Past 255 blocks the byte counters are summed before they overflow.
   const std::vector<uint8_t> text(64 * 300 + 5, 'a');
-  EXPECT_EQ(RkPipeLib::RkCountTextBytes(text.data(), text.size()), text.size());
+  EXPECT_EQ(RkLib::RkCountTextBytes(text.data(), text.size()), text.size());
 }
 
 class StopAfter : public RkPipeLib::RkUICallBack {

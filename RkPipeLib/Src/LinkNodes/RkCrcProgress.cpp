@@ -4,7 +4,6 @@
 
 #include "RkCrc32.h"
 #include "RkProgress.h"
-#include "RkTextCount.h"
 
 namespace RkPipeLib {
 
@@ -17,15 +16,18 @@ RkCrcProgress::~RkCrcProgress() = default;
 void RkCrcProgress::Take(const RkPipeBuffer& buffer) {
   const uint64_t n = buffer.remaining();
   if (n == 0) return;
-  // One pass in pieces that stay in the first-level cache: the buffer arrives from another core,
-  // and a second sweep over all of it would fetch it again from further out.
-  constexpr uint64_t kPiece = 16 * 1024;
   const uint8_t* p = buffer.readPos();
-  for (uint64_t at = 0; at < n; at += kPiece) {
-    const size_t piece = static_cast<size_t>(std::min(kPiece, n - at));
-    crc_ = RkLib::RkCrc32(crc_, p + at, piece);
-    textBytes_ += RkCountTextBytes(p + at, piece);
-    if (digestEnabled_) digest_->Update(p + at, piece);
+  if (digestEnabled_) {
+    // The digest is a pass of its own; pieces that stay in the first-level cache spare it a
+    // fetch from further out.
+    constexpr uint64_t kPiece = 16 * 1024;
+    for (uint64_t at = 0; at < n; at += kPiece) {
+      const size_t piece = static_cast<size_t>(std::min(kPiece, n - at));
+      crc_ = RkLib::RkCrc32CountText(crc_, p + at, piece, textBytes_);
+      digest_->Update(p + at, piece);
+    }
+  } else {
+    crc_ = RkLib::RkCrc32CountText(crc_, p, n, textBytes_);
   }
   if (progress_) progress_->Add(static_cast<int64_t>(n));
   totalBytes_ += n;

@@ -5,7 +5,7 @@
 #define RK_TEXT_COUNT_X86 1
 #endif
 
-namespace RkPipeLib {
+namespace RkLib {
 
 namespace {
 
@@ -100,4 +100,4 @@ uint64_t RkCountTextBytes(const uint8_t* data, size_t length) noexcept {
 #endif
 }
 
-}  // namespace RkPipeLib
+}  // namespace RkLib

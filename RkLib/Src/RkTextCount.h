@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace RkPipeLib {
+namespace RkLib {
 
 // The number of bytes with a value from 7 to 127: tabs, line ends and printable ASCII, and the
 // few control codes that plain text files carry in practice.
 uint64_t RkCountTextBytes(const uint8_t* data, size_t length) noexcept;
 
-}  // namespace RkPipeLib
+}  // namespace RkLib
