@@ -1,5 +1,5 @@
 // Arbitrary bytes as an archive file: the factory's content tests decide a type, then the zip
-// directory reader finds the end records and walks every central record. Damage must end in one of
+// loader reads the end records and every central record, and every item is listed and looked up. Damage must end in one of
 // our errors; a crash, a hang or an allocation sized by the input is the fault looked for.
 #include <sys/mman.h>
 #include <unistd.h>
@@ -9,13 +9,12 @@
 #include <memory>
 #include <string>
 
+#include "RkArcItem.h"
 #include "RkArchiveFactory.h"
 #include "RkArchiveType.h"
 #include "RkError.h"
 #include "RkFid.h"
-#include "RkSpanIn.h"
-#include "RkZipCharset.h"
-#include "RkZipDirReader.h"
+#include "RkZipFile.h"
 
 using namespace RkArcLib;
 
@@ -51,17 +50,35 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const int type = RkArchiveFactory::TestContent(path);
   if (type < 0 || type > kArcTypeLast) __builtin_trap();
 
-  auto span = std::make_shared<RkSpanIn>();
-  if (!span->Open(path, 32768, 64)) return 0;
-  RkZipDirReader reader(span, nullptr, kZipCharsetAuto);
-  try {
-    reader.Locate();
-    uint64_t seen = 0;
-    reader.Walk(0, -1, [&](uint64_t index, const RkZipRecord& record) {
-      if (index != seen++ || record.name.empty()) __builtin_trap();
-    });
-    if (seen != reader.EndRecord().entriesTotal) __builtin_trap();
-  } catch (const RkLib::RkError&) {
+  // The full load and listing, as a viewer does it.
+  RkZipFile zip(path);
+  RkState state;
+  const bool loaded = zip.Load(0, -1, nullptr, state);
+  if (loaded != (state.code == 0 || state.severity < 11)) {
+    // Load's result and its state must agree on whether the archive can be used.
+    if (loaded) __builtin_trap();
+  }
+  if (!zip.IsLoaded()) {
+    if (zip.GetItemCount() != 0) __builtin_trap();
+    return 0;
+  }
+  for (int64_t i = 0; i < zip.GetItemCount(); ++i) {
+    RkArcItem item;
+    if (!zip.GetItem(i, item, state)) __builtin_trap();
+    // Names are relative paths that cannot climb out of the folder they are extracted to.
+    const std::u16string_view name = item.name.view();
+    if (name.starts_with(u"\\") || name.starts_with(u"/") || name == u".." || name.starts_with(u"..\") ||
+        name.find(u"\\..\\") != std::u16string_view::npos || name.find(u'/') != std::u16string_view::npos) {
+      __builtin_trap();
+    }
+    const int64_t found = zip.FindItem(item.name, state);
+    if (found < 0 || found > i) __builtin_trap();
+  }
+  // A ranged load of the middle leaves the other slots empty and fills its own.
+  const int64_t count = zip.GetItemCount();
+  if (count > 2) {
+    RkZipFile part(path);
+    if (part.Load(1, 1, nullptr, state) && part.GetItemCount() != count) __builtin_trap();
   }
   return 0;
 }

@@ -82,6 +82,10 @@ class RkString {
   void insert(size_t pos, std::u16string_view text) { body_.insert(pos, text); }
   void erase(size_t pos, size_t count = npos) { body_.erase(pos, count); }
   void resize(size_t n) { body_.resize(n); }
+  void replaceAll(char16_t from, char16_t to) noexcept {
+    for (char16_t& c : body_)
+      if (c == from) c = to;
+  }
 
   size_t find(char16_t c, size_t from = 0) const noexcept { return body_.find(c, from); }
   size_t find(std::u16string_view s, size_t from = 0) const noexcept { return body_.find(s, from); }

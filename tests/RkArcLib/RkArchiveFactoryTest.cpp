@@ -91,6 +91,8 @@ INSTANTIATE_TEST_SUITE_P(
                     kArcTypeUU},
         ContentCase{"EncodedTextOf40Bytes", "a.txt", kUuText.substr(0, 40), kArcTypeNone},
         ContentCase{"HighByteInText", "a.txt", kUuText + "\xE9", kArcTypeNone},
+        ContentCase{"EmptyZipByItsEndRecord", "noext", "PK\x05\x06" + std::string(18, '\0'), kArcTypeZip},
+        ContentCase{"ZipEndRecordCutShort", "noext", "PK\x05\x06" + std::string(17, '\0'), kArcTypeNone},
         ContentCase{"FiveBytes", "noext", "hello", kArcTypeNone},
         ContentCase{"Empty", "noext", "", kArcTypeNone}),
     [](const testing::TestParamInfo<ContentCase>& param) { return std::string(param.param.name); });
@@ -323,7 +325,10 @@ TEST(RkArchiveFactoryTest, CreateArchiveByPathUsesTheDecidedType) {
   ASSERT_NE(gzip, nullptr);
   EXPECT_EQ(gzip->GetType(), kArcTypeGzip);
   EXPECT_EQ(factory.CreateArchive(dir.Write("text", "plain words")), nullptr);
-  EXPECT_EQ(RkArchiveFactory().CreateArchive(kArcTypeZip, u"a.zip"), nullptr);  // no reader yet
+  auto zip = RkArchiveFactory().CreateArchive(kArcTypeZip, u"a.zip");
+  ASSERT_NE(zip, nullptr);
+  EXPECT_EQ(zip->GetType(), kArcTypeZip);
+  EXPECT_EQ(RkArchiveFactory().CreateArchive(kArcTypeRar, u"a.rar"), nullptr);  // no reader yet
 }
 
 TEST(RkArchiveFactoryTest, CanCreateInAsksTheTypeAndItsSettings) {
@@ -370,7 +375,7 @@ TEST(RkArchiveFactoryTest, CorpusFilesAreOfTheirType) {
       {"dfvfs/ext2.vmdk", kArcTypeVDisk, kArcTypeVDisk},
       {"libarchive/uu/test_read_filter_uudecode_raw.uu", kArcTypeUU, kArcTypeUU},
       {"libarchive/uu/test_read_format_zip.zip.uu", kArcTypeUU, kArcTypeUU},
-      {"go-zip/test.zip", kArcTypeZip, -1},
+      {"go-zip/test.zip", kArcTypeZip, kArcTypeZip},
       {"libarchive/7z/test_read_format_7zip_lzma2.7z", kArcType7z, -1},
       {"go-zip/readme.notzip", kArcTypeNone, kArcTypeNone},
       {"go-zip/gophercolor16x16.png", kArcTypeNone, kArcTypeNone},

@@ -16,6 +16,7 @@
 #include "RkArchiveType.h"
 #include "RkError.h"
 #include "RkFileIO.h"
+#include "RkZipFile.h"
 
 namespace RkArcLib {
 
@@ -135,7 +136,14 @@ RkArchiveFactory::RkArchiveFactory() {
 
 RkArchiveFactory::~RkArchiveFactory() = default;
 
-std::unique_ptr<RkArchive> RkArchiveFactory::NewArchive(int, const FidString&) { return nullptr; }
+std::unique_ptr<RkArchive> RkArchiveFactory::NewArchive(int type, const FidString& path) {
+  switch (type) {
+    case kArcTypeZip:
+      return std::make_unique<RkZipFile>(path);
+    default:
+      return nullptr;  // the readers of the other containers come later
+  }
+}
 
 std::unique_ptr<RkArchive> RkArchiveFactory::CreateArchive(int type, const FidString& path) {
   if (!IsValidType(type)) return nullptr;

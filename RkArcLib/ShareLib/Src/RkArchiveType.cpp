@@ -7,6 +7,7 @@
 
 #include "RkFileIO.h"
 #include "RkString.h"
+#include "RkZipFile.h"
 
 namespace RkArcLib {
 
@@ -160,6 +161,17 @@ int RkUUArchiveType::TestOpenFile(RkFileIO& file) const {
   return kArcTypeNone;
 }
 
+// The probe load reads the end records and nothing more; whatever it reports is swallowed.
+int RkZipArchiveType::TestFileName(const FidString& path) const {
+  try {
+    RkZipFile zip(path);
+    RkState state;
+    return zip.Load(-1, -1, nullptr, state) ? kArcTypeZip : kArcTypeNone;
+  } catch (...) {
+    return kArcTypeNone;
+  }
+}
+
 // The readers of these containers come later; until then nothing is of their type.
 int Rk7zArchiveType::TestFileName(const FidString&) const { return kArcTypeNone; }
 int RkCabArchiveType::TestFileName(const FidString&) const { return kArcTypeNone; }
@@ -168,6 +180,5 @@ int RkLhaArchiveType::TestFileName(const FidString&) const { return kArcTypeNone
 int RkLZArchiveType::TestFileName(const FidString&) const { return kArcTypeNone; }
 int RkRarArchiveType::TestFileName(const FidString&) const { return kArcTypeNone; }
 int RkTarArchiveType::TestFileName(const FidString&) const { return kArcTypeNone; }
-int RkZipArchiveType::TestFileName(const FidString&) const { return kArcTypeNone; }
 
 }  // namespace RkArcLib

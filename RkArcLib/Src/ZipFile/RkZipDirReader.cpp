@@ -172,6 +172,7 @@ bool RkZipDirReader::ReadExact(void* buffer, size_t count) { return readBuf_->Re
 
 void RkZipDirReader::ReadFixedHeader(uint64_t index, RkZipRecord& record) {
   record.location = {readBuf_->CurrentPart(), readBuf_->CurrentOffset()};
+  recordLocation_ = record.location;
   uint8_t fixed[RkZipCHdr::kSize];
   if (!ReadExact(fixed, 4)) FailRecord(kZipErrHeaderEof, index);
   if (Le32(fixed) != kZipSigCentral) FailRecord(kZipErrNotZip, index);
@@ -194,6 +195,7 @@ void RkZipDirReader::Walk(int64_t first, int64_t last, const Visitor& visit) {
     readBuf_.reset();
     Fail(kZipErrCdirSeek, kZipMsgCdirSeek);
   }
+  recordLocation_ = {readBuf_->CurrentPart(), readBuf_->CurrentOffset()};
   CheckCountClaim();
   scratch_.resize(3 * kMaxFieldLength);
   const uint64_t count = endRecord_.entriesTotal;
@@ -221,6 +223,7 @@ void RkZipDirReader::Walk(int64_t first, int64_t last, const Visitor& visit) {
     visit(index, record);
   }
   uint8_t after[4];
+  recordLocation_ = {readBuf_->CurrentPart(), readBuf_->CurrentOffset()};
   if (!ReadExact(after, sizeof after)) FailRecord(kZipErrHeaderEof, count);
   readBuf_.reset();
   if (Le32(after) == kZipSigCentral) Fail(kZipErrTooManyRecords, kZipMsgTooManyRecords);

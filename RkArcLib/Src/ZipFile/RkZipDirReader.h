@@ -86,6 +86,8 @@ class RkZipDirReader {
   const RkZipEHdr& EndRecord() const { return endRecord_; }
   const RkZipZ64Loc& Z64Locator() const { return z64Locator_; }
   const RkZipZ64EHdr& Z64EndRecord() const { return z64EndRecord_; }
+  // Where the record that the walk reads now, or failed on, begins.
+  const RkZipLocation& RecordLocation() const { return recordLocation_; }
 
  private:
   [[noreturn]] void Fail(uint32_t code, uint32_t messageId, int64_t number = -1);
@@ -104,6 +106,7 @@ class RkZipDirReader {
   RkZipZ64EHdr z64EndRecord_;
   std::unique_ptr<RkReadBuf> readBuf_;
   std::string scratch_;
+  RkZipLocation recordLocation_;
 };
 
 }  // namespace RkArcLib

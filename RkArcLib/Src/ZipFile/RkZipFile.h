@@ -1,0 +1,124 @@
+// RkZipFile: a zip archive, loaded from its central directory.
+//
+// Load reads the tail of the file and the central directory only; local headers are read when an
+// entry is extracted. Names are decoded and made safe to use as relative paths on load, so every
+// later step can trust them; what had to be changed is reported once, at the end of the load.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "RkArchive.h"
+#include "RkZipEHdr.h"
+
+namespace RkArcLib {
+
+class RkSpanIn;
+class RkZipDirReader;
+class RkZipEntry;
+struct RkZipRecord;
+
+// The encryption of an item as RkArcItem carries it for zip.
+enum RkZipEncryption : uint32_t {
+  kZipEncryptionNone = 0,
+  kZipEncryptionTraditional = 1,
+  kZipEncryptionStrong = 2,
+  kZipEncryptionAes128 = 3,
+  kZipEncryptionAes192 = 4,
+  kZipEncryptionAes256 = 5,
+  kZipEncryptionAe3 = 6,  // AES-256 with the slow key derivation of version 3
+  kZipEncryptionUnknown = 7,
+};
+
+// Message ids of the load besides those of the directory reader.
+enum RkZipLoadMessage : uint32_t {
+  kZipMsgNotArchive = 50327,
+  kZipMsgIsFolder = 50367,
+  kZipMsgEmptyFile = 50368,
+  kZipMsgCannotOpen = 50370,
+  kZipMsgNoAttributes = 50387,
+  kZipMsgNameShortened = 50492,
+  kZipMsgNameStripped = 50495,
+  kZipMsgBrokenReference = 52200,
+  kZipMsgDanglingReference = 52201,
+  kZipMsgMoreChanged = 52202,
+};
+
+class RkZipFile : public RkArchive {
+ public:
+  explicit RkZipFile(const RkLib::FidString& fileName);
+  ~RkZipFile() override;
+
+  bool IsLoaded() const override { return loaded_; }
+  bool IsComplete() const override { return loaded_ && !partial_; }
+  bool IsEmpty() const override { return entries_.empty(); }
+  int64_t GetItemCount() const override { return static_cast<int64_t>(entries_.size()); }
+  bool FileExists() const override { return RkArchive::FileExists(); }
+  bool IsReadOnly() const override { return RkArchive::IsReadOnly(); }
+  int GetType() const override;
+  bool Load(int64_t first, int64_t last, const RkLib::RkString* password, RkState& state) override;
+  bool Unload() override;
+  bool IsEncrypted() const override { return encrypted_; }
+  int64_t FindItem(const RkLib::RkString& name, RkState& state) const override;
+  bool GetItem(int64_t index, RkArcItem& item, RkState& state) const override;
+  bool GetComment(RkLib::RkString& comment, RkState& state) override;
+  bool GetItemComment(int64_t index, RkLib::RkString& comment, RkState& state) override;
+
+  // The entry of a slot; null for a slot that a ranged load left empty or an index out of range.
+  const RkZipEntry* Entry(int64_t index) const;
+  const RkZipEHdr& EndRecord() const { return endRecord_; }
+  bool IsDamaged() const { return damaged_; }
+  bool IsPartial() const { return partial_; }
+  // 0 automatic, 1 OEM, 2 ANSI, 3 UTF-8, for text that does not say how it is written.
+  void SetCharsetMode(int mode) { charsetMode_ = mode; }
+
+  // A name made fit to stand as a relative path: cut to what a file system holds, without drive,
+  // root or "." and ".." parts, with '\' between the parts. `shortened` and `stripped` tell which
+  // of the two kinds of change were made.
+  static RkLib::RkString FixName(RkLib::RkString name, bool& shortened, bool& stripped);
+
+ protected:
+  void OpenAndLocate();
+  void ReadCentralDirectory(int64_t first, int64_t last);
+  void ReadEntry(uint64_t index, const RkZipRecord& record);
+  void IndexEntry(uint64_t index);
+  void CheckReferences();
+  void FlushMessages();
+
+ private:
+  using ReferenceId = std::array<uint8_t, 16>;
+
+  // Reports at once; false from the host is its cancel.
+  void Report(uint32_t level, const RkLib::RkString& text);
+  void ReportReader(uint32_t level, uint32_t messageId, int64_t number);
+  // Warnings about single entries wait for the end of the load; the first two are shown.
+  void Delay(uint32_t messageId, const RkLib::RkString& name);
+  void CloseFiles();
+  void BuildNameOrder();
+
+  std::vector<std::unique_ptr<RkZipEntry>> entries_;
+  // Entry indexes in name order; among equal names the lowest index comes first.
+  std::vector<uint32_t> nameOrder_;
+  std::map<ReferenceId, uint64_t> referenceTargets_;
+  std::multimap<ReferenceId, uint64_t> references_;
+  RkZipEHdr endRecord_;
+  std::shared_ptr<RkSpanIn> spanIn_;
+  std::unique_ptr<RkZipDirReader> reader_;
+  struct DelayedMessage {
+    uint32_t id;
+    RkLib::RkString name;
+  };
+  std::vector<DelayedMessage> delayed_;
+  uint64_t fileSize_ = 0;
+  int charsetMode_ = 0;
+  bool loaded_ = false;
+  bool partial_ = false;
+  bool encrypted_ = false;
+  bool damaged_ = false;
+};
+
+}  // namespace RkArcLib
