@@ -67,8 +67,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!zip.GetItem(i, item, state)) __builtin_trap();
     // Names are relative paths that cannot climb out of the folder they are extracted to.
     const std::u16string_view name = item.name.view();
-    if (name.starts_with(u"\\") || name.starts_with(u"/") || name == u".." || name.starts_with(u"..\") ||
-        name.find(u"\\..\\") != std::u16string_view::npos || name.find(u'/') != std::u16string_view::npos) {
+    const bool climbs = name == u".." || name.starts_with(u"..\\") || name.ends_with(u"\\..") ||
+                        name.find(u"\\..\\") != std::u16string_view::npos;
+    const bool drive = name.size() >= 2 && name[1] == u':' &&
+                       ((name[0] >= u'A' && name[0] <= u'Z') || (name[0] >= u'a' && name[0] <= u'z'));
+    const bool rooted = name.starts_with(u"\\") || drive;
+    if (climbs || rooted || name.find(u'/') != std::u16string_view::npos) {
       __builtin_trap();
     }
     const int64_t found = zip.FindItem(item.name, state);

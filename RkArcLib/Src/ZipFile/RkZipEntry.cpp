@@ -58,8 +58,12 @@ bool RkZipEntry::IsLabel() const noexcept {
 bool RkZipEntry::IsSymbolicLink() const noexcept { return ((externalAttributes >> 16) & 0xA000) == 0xA000; }
 
 RkLib::RkTimeStamp RkZipEntry::Modified() const {
-  if (const RkExtTimeStamps* times = ExtTimeStamps()) return times->modified;
-  return RkLib::RkTimeStamp::FromDosDateTime(modDate, modTime);
+  if (const RkExtTimeStamps* times = ExtTimeStamps(); times && times->modified.isSet) return times->modified;
+  try {
+    return RkLib::RkTimeStamp::FromDosDateTime(modDate, modTime);
+  } catch (const RkLib::TimeStampNotValid&) {
+    return RkLib::RkTimeStamp::Now();  // a writer that stored no date at all
+  }
 }
 
 const char* RkZipEntry::MethodName(uint32_t method) noexcept {

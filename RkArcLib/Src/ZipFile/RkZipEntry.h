@@ -17,6 +17,7 @@
 #include "RkTimeStamp.h"
 #include "RkZipCHdr.h"
 #include "RkZipEHdr.h"
+#include "RkZipLHdr.h"
 
 namespace RkArcLib {
 
@@ -85,6 +86,13 @@ struct RkZipEntryDetail {
   std::shared_ptr<RkAesEncryption> aesEncryption;
   std::shared_ptr<RkPkwareEncryption> pkwareEncryption;
   std::shared_ptr<RkEnterprisePublicKeyCrypto> enterpriseCrypto;
+  // Read when the entry is extracted, never on load.
+  std::unique_ptr<RkZipLHdr> localHeader;
+  std::string localExtra;
+  // A method 92 entry's duplicate record, as it stands behind its local header, and the kind of
+  // source it names (3 once the record was read).
+  std::string duplicateRecord;
+  uint8_t sourceKind = 0;
 };
 
 class RkZipEntry : public RkZipCHdr {

@@ -37,14 +37,15 @@ constexpr size_t kDelayedShown = 2;
 bool IsSeparator(char16_t c) { return c == u'\\' || c == u'/'; }
 bool IsHighSurrogate(char16_t c) { return c >= 0xD800 && c <= 0xDBFF; }
 
-// The file system holds a path whose every part is at most 255 characters.
-bool PartsFit(std::u16string_view name) {
+// The file system holds a path whose every part is at most 255 characters: the length of the
+// longest beginning of `name` that it holds.
+size_t FittingLength(std::u16string_view name) {
   size_t run = 0;
-  for (char16_t c : name) {
-    run = IsSeparator(c) ? 0 : run + 1;
-    if (run > kMaxPartLength) return false;
+  for (size_t i = 0; i < name.size(); ++i) {
+    run = IsSeparator(name[i]) ? 0 : run + 1;
+    if (run > kMaxPartLength) return i;
   }
-  return true;
+  return name.size();
 }
 
 // The policy that tells how text without a UTF-8 mark is read, machine-wide.
@@ -56,24 +57,6 @@ int CharsetPolicy() {
   if (value->text.equalsNoCase(u"ANSI")) return kZipCharsetAnsi;
   if (value->text.equalsNoCase(u"UTF8")) return kZipCharsetUtf8;
   return kZipCharsetAuto;
-}
-
-// A message text with "%1", "%2", ... replaced by the arguments. Texts may come from a host's
-// resource file, so they are never used as printf formats.
-RkString Fill(uint32_t id, std::initializer_list<RkString> args) {
-  const RkString text = RkArcResourceText(id);
-  RkString out;
-  const std::u16string_view v = text.view();
-  for (size_t i = 0; i < v.size(); ++i) {
-    if (v[i] == u'%' && i + 1 < v.size() && v[i + 1] >= u'1' && v[i + 1] <= u'9') {
-      const size_t n = static_cast<size_t>(v[i + 1] - u'1');
-      if (n < args.size()) out.append(std::data(args)[n].view());
-      ++i;
-    } else {
-      out.append(v[i]);
-    }
-  }
-  return out;
 }
 
 RkString Number(long long value) { return RkLib::RkFormatSigned(u"%lld", value); }
@@ -99,6 +82,22 @@ uint64_t HeaderSize(const RkZipEntry& entry) {
 
 }  // namespace
 
+RkString RkZipFile::MessageText(uint32_t id, std::initializer_list<RkString> args) {
+  const RkString text = RkArcResourceText(id);
+  RkString out;
+  const std::u16string_view v = text.view();
+  for (size_t i = 0; i < v.size(); ++i) {
+    if (v[i] == u'%' && i + 1 < v.size() && v[i + 1] >= u'1' && v[i + 1] <= u'9') {
+      const size_t n = static_cast<size_t>(v[i + 1] - u'1');
+      if (n < args.size()) out.append(std::data(args)[n].view());
+      ++i;
+    } else {
+      out.append(v[i]);
+    }
+  }
+  return out;
+}
+
 RkZipFile::RkZipFile(const FidString& fileName) : RkArchive(fileName), charsetMode_(CharsetPolicy()) {}
 
 RkZipFile::~RkZipFile() = default;
@@ -114,7 +113,7 @@ void RkZipFile::Report(uint32_t level, const RkString& text) {
 void RkZipFile::ReportReader(uint32_t level, uint32_t messageId, int64_t number) {
   switch (messageId) {
     case kZipMsgNotArchive:
-      return Report(level, Fill(messageId, {GetFileName()}));
+      return Report(level, MessageText(messageId, {GetFileName()}));
     case kZipMsgFirstNotCentral:
     case kZipMsgNotCentral:
     case kZipMsgShortRecord:
@@ -122,12 +121,12 @@ void RkZipFile::ReportReader(uint32_t level, uint32_t messageId, int64_t number)
     case kZipMsgTooManyRecords: {
       // Where in the file, so that the damage can be found.
       const RkZipLocation& at = reader_->RecordLocation();
-      return Report(level, Fill(messageId, {Number(number < 0 ? 1 : number), Number(static_cast<long long>(at.offset))}));
+      return Report(level, MessageText(messageId, {Number(number < 0 ? 1 : number), Number(static_cast<long long>(at.offset))}));
     }
     case kZipMsgNewerVersion:
-      return Report(level, Fill(messageId, {Number(number / 10), Number(number % 10)}));
+      return Report(level, MessageText(messageId, {Number(number / 10), Number(number % 10)}));
     default:
-      return Report(level, Fill(messageId, {}));
+      return Report(level, MessageText(messageId, {}));
   }
 }
 
@@ -139,11 +138,11 @@ void RkZipFile::Delay(uint32_t messageId, const RkString& name) {
 void RkZipFile::FlushMessages() {
   for (size_t i = 0; i < delayed_.size() && i < kDelayedShown; ++i) {
     const DelayedMessage& m = delayed_[i];
-    Report(RkLib::kSeverityWarning, Fill(m.id, {m.name}));
+    Report(RkLib::kSeverityWarning, MessageText(m.id, {m.name}));
   }
   if (delayed_.size() > kDelayedShown) {
     Report(RkLib::kSeverityWarning,
-           Fill(kZipMsgMoreChanged, {Number(static_cast<long long>(delayed_.size() - kDelayedShown))}));
+           MessageText(kZipMsgMoreChanged, {Number(static_cast<long long>(delayed_.size() - kDelayedShown))}));
   }
   delayed_.clear();
 }
@@ -195,24 +194,24 @@ void RkZipFile::OpenAndLocate() {
   const FidString& path = GetFileName();
   struct stat st;
   if (::stat(path.ToPosix().c_str(), &st) != 0) {
-    Report(RkLib::kSeverityWarning, Fill(kZipMsgNoAttributes, {path}));
+    Report(RkLib::kSeverityWarning, MessageText(kZipMsgNoAttributes, {path}));
     throw RkLib::RkWarning(kArcNewOrEmpty);
   }
   if (S_ISDIR(st.st_mode)) {
-    Report(RkLib::kSeverityFatal, Fill(kZipMsgIsFolder, {path}));
+    Report(RkLib::kSeverityFatal, MessageText(kZipMsgIsFolder, {path}));
     throw RkFatalError(kArcCannotOpen);
   }
   fileSize_ = static_cast<uint64_t>(st.st_size);
   if (fileSize_ == 0) {
     // Left as a new archive, with nothing in it.
     Unload();
-    Report(RkLib::kSeverityWarning, Fill(kZipMsgEmptyFile, {path}));
+    Report(RkLib::kSeverityWarning, MessageText(kZipMsgEmptyFile, {path}));
     throw RkLib::RkWarning(kArcNewOrEmpty);
   }
   if (!spanIn_) spanIn_ = std::make_shared<RkSpanIn>();
   spanIn_->Close();
   if (!spanIn_->Open(path, kSpanBufferSize, kSpanShareMode)) {
-    Report(RkLib::kSeverityFatal, Fill(kZipMsgCannotOpen, {path}));
+    Report(RkLib::kSeverityFatal, MessageText(kZipMsgCannotOpen, {path}));
     throw RkFatalError(kArcCannotOpen);
   }
   reader_ = std::make_unique<RkZipDirReader>(
@@ -341,11 +340,9 @@ RkString RkZipFile::FixName(RkString name, bool& shortened, bool& stripped) {
   if (name.size() > kLongNameLength) {
     const bool hasSeparator = std::any_of(name.view().begin(), name.view().end(), IsSeparator);
     if (hasSeparator) {
-      size_t dropped = 0;
-      while (!name.empty() && dropped < kMaxDroppedCharacters && !PartsFit(name.view())) {
-        name.resize(name.size() - 1);
-        ++dropped;
-      }
+      // Characters go from the end until every part fits, but no more than the allowance.
+      const size_t floor = name.size() > kMaxDroppedCharacters ? name.size() - kMaxDroppedCharacters : 0;
+      name.resize(std::max(FittingLength(name.view()), floor));
     } else {
       name.resize(kMaxPartLength);
     }

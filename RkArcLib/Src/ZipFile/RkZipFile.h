@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <string_view>
@@ -20,6 +21,7 @@ namespace RkArcLib {
 class RkSpanIn;
 class RkZipDirReader;
 class RkZipEntry;
+class RkZipLHdr;
 struct RkZipRecord;
 
 // The encryption of an item as RkArcItem carries it for zip.
@@ -34,6 +36,20 @@ enum RkZipEncryption : uint32_t {
   kZipEncryptionUnknown = 7,
 };
 
+// Codes of a single entry's local header; each ends that entry only.
+enum RkZipLocalCode : uint32_t {
+  kZipErrLocalSeek = 11,
+  kZipErrLocalShort = 18,
+  kZipErrLocalUnreadable = 187,
+  kZipErrLocalSignature = 188,
+  kZipErrLocalCrc = 207,
+  kZipErrLocalMethod = 208,
+  kZipErrLocalPacked = 209,
+  kZipErrLocalSize = 210,
+  kZipErrLocalFlags = 211,
+  kZipErrNoDuplicateTarget = 271,
+};
+
 // Message ids of the load besides those of the directory reader.
 enum RkZipLoadMessage : uint32_t {
   kZipMsgNotArchive = 50327,
@@ -46,6 +62,15 @@ enum RkZipLoadMessage : uint32_t {
   kZipMsgBrokenReference = 52200,
   kZipMsgDanglingReference = 52201,
   kZipMsgMoreChanged = 52202,
+  kZipMsgLocalNotFound = 50384,
+  kZipMsgLocalShort = 50385,
+  kZipMsgLocalUnreadable = 50386,
+  kZipMsgLocalCrc = 50388,
+  kZipMsgLocalMethod = 50389,
+  kZipMsgLocalPacked = 50390,
+  kZipMsgLocalSize = 50391,
+  kZipMsgLocalFlags = 50392,
+  kZipMsgLocalSeek = 50470,
 };
 
 class RkZipFile : public RkArchive {
@@ -76,10 +101,20 @@ class RkZipFile : public RkArchive {
   // 0 automatic, 1 OEM, 2 ANSI, 3 UTF-8, for text that does not say how it is written.
   void SetCharsetMode(int mode) { charsetMode_ = mode; }
 
+  // Reads an entry's local header (and, for a duplicate, its target's) and checks it against the
+  // central record. A failure ends that entry only: severe, with its message given first.
+  bool ReadLocalHeader(int64_t index, RkState& state);
+  // The comparison alone. Sizes are not compared when the sizes follow the data, and the packed
+  // size not when `ignoreCompressedSize`. Throws RkSevereError with the code of the mismatch.
+  void CheckLocalHeader(const RkZipEntry& entry, bool ignoreCompressedSize);
+
   // A name made fit to stand as a relative path: cut to what a file system holds, without drive,
   // root or "." and ".." parts, with '\' between the parts. `shortened` and `stripped` tell which
   // of the two kinds of change were made.
   static RkLib::RkString FixName(RkLib::RkString name, bool& shortened, bool& stripped);
+  // A message text with "%1", "%2", ... replaced by the arguments. Texts may come from a host's
+  // resource file, so they are never used as printf formats.
+  static RkLib::RkString MessageText(uint32_t id, std::initializer_list<RkLib::RkString> args);
 
  protected:
   void OpenAndLocate();
@@ -98,6 +133,9 @@ class RkZipFile : public RkArchive {
   // Warnings about single entries wait for the end of the load; the first two are shown.
   void Delay(uint32_t messageId, const RkLib::RkString& name);
   void CloseFiles();
+  // Reads the local header at the reader's position into `header` and `extra`; the name is skipped.
+  void ReadLocalRecord(const RkZipEntry& entry, RkZipLHdr& header, std::string& extra);
+  [[noreturn]] void FailLocal(const RkZipEntry& entry, uint32_t code);
   void BuildNameOrder();
 
   std::vector<std::unique_ptr<RkZipEntry>> entries_;

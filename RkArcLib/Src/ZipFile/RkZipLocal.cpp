@@ -1,0 +1,159 @@
+// The local headers of a zip: read when an entry is extracted, checked against the central
+// record. A damaged local header costs its entry, never the archive.
+#include <cstring>
+
+#include "RkArcCallback.h"
+#include "RkError.h"
+#include "RkSpanIn.h"
+#include "RkZipCursor.h"
+#include "RkZipEntry.h"
+#include "RkZipExtra.h"
+#include "RkZipFile.h"
+
+namespace RkArcLib {
+
+using RkLib::RkSevereError;
+using RkLib::RkString;
+
+namespace {
+
+constexpr size_t kDuplicateRecordSize = 20;
+constexpr uint8_t kDuplicateSourceKind = 3;
+// The flag bits that describe the data itself: encryption, method options, descriptor, strong
+// encryption and UTF-8 names.
+constexpr uint16_t kComparedFlags = 0x087F;
+
+uint32_t Le32(const uint8_t* p) {
+  return uint32_t{p[0]} | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
+}
+
+RkString Hex(uint64_t value) { return RkLib::RkFormatUnsigned(u"%llX", value); }
+RkString Decimal(uint64_t value) { return RkLib::RkFormatUnsigned(u"%llu", value); }
+
+}  // namespace
+
+void RkZipFile::FailLocal(const RkZipEntry& entry, uint32_t code) {
+  uint32_t message = 0;
+  switch (code) {
+    case kZipErrLocalShort:
+      message = kZipMsgLocalShort;
+      break;
+    case kZipErrLocalUnreadable:
+      message = kZipMsgLocalUnreadable;
+      break;
+    case kZipErrLocalSignature:
+      message = kZipMsgLocalNotFound;
+      break;
+    case kZipErrLocalSeek:
+      message = kZipMsgLocalSeek;
+      break;
+    default:
+      break;
+  }
+  if (message != 0) Report(RkLib::kSeveritySevere, MessageText(message, {entry.name}));
+  throw RkSevereError(code);
+}
+
+void RkZipFile::ReadLocalRecord(const RkZipEntry& entry, RkZipLHdr& header, std::string& extra) {
+  uint8_t fixed[RkZipLHdr::kSize];
+  const int64_t got = spanIn_->Read(fixed, 4);
+  if (got < 0) FailLocal(entry, kZipErrLocalUnreadable);
+  if (got != 4) FailLocal(entry, kZipErrLocalShort);
+  if (Le32(fixed) != kZipSigLocal) FailLocal(entry, kZipErrLocalSignature);
+  if (spanIn_->Read(fixed + 4, RkZipLHdr::kFixedSize) != static_cast<int64_t>(RkZipLHdr::kFixedSize)) {
+    FailLocal(entry, kZipErrLocalShort);
+  }
+  RkZipCursor cursor(fixed + 4, RkZipLHdr::kFixedSize);
+  header.Parse(cursor);
+  // Both lengths are 16-bit, so the name and extra always fit the 64 KiB a read may take.
+  std::string name(header.nameLength, '\0');
+  extra.assign(header.extraLength, '\0');
+  if (spanIn_->Read(name.data(), name.size()) != static_cast<int64_t>(name.size()) ||
+      spanIn_->Read(extra.data(), extra.size()) != static_cast<int64_t>(extra.size())) {
+    FailLocal(entry, kZipErrLocalShort);
+  }
+}
+
+bool RkZipFile::ReadLocalHeader(int64_t index, RkState& state) {
+  state.Clear();
+  RkZipEntry* entry = index >= 0 && static_cast<uint64_t>(index) < entries_.size()
+                          ? entries_[static_cast<size_t>(index)].get()
+                          : nullptr;
+  if (!loaded_ || !entry) {
+    state.Set(!loaded_ ? kArcNotLoaded : kArcSlotNotLoaded, RkLib::kSeverityFatal);
+    return false;
+  }
+  try {
+    if (!spanIn_) spanIn_ = std::make_shared<RkSpanIn>();
+    if (!spanIn_->IsOpen() && !spanIn_->Open(GetFileName(), 32768, 64)) FailLocal(*entry, kZipErrLocalSeek);
+    if (entry->localOffset64 > static_cast<uint64_t>(INT64_MAX) ||
+        spanIn_->Seek(entry->startPart32, static_cast<int64_t>(entry->localOffset64)) < 0) {
+      FailLocal(*entry, kZipErrLocalSeek);
+    }
+    RkZipEntryDetail& detail = entry->Detail();
+    detail.localHeader = std::make_unique<RkZipLHdr>();
+    ReadLocalRecord(*entry, *detail.localHeader, detail.localExtra);
+
+    if (entry->HasReference() && entry->EffectiveMethod() == kZipMethodDuplicate) {
+      // The duplicate's own record, then the target's local header, which its data follows.
+      detail.duplicateRecord.assign(kDuplicateRecordSize, '\0');
+      if (spanIn_->Read(detail.duplicateRecord.data(), kDuplicateRecordSize) !=
+          static_cast<int64_t>(kDuplicateRecordSize)) {
+        FailLocal(*entry, kZipErrLocalShort);
+      }
+      detail.sourceKind = kDuplicateSourceKind;
+      const RkZipEntry* target = detail.target;
+      if (!target) FailLocal(*entry, kZipErrNoDuplicateTarget);
+      if (target->localOffset64 > static_cast<uint64_t>(INT64_MAX) ||
+          spanIn_->Seek(target->startPart32, static_cast<int64_t>(target->localOffset64)) < 0) {
+        FailLocal(*entry, kZipErrLocalSeek);
+      }
+      RkZipLHdr targetHeader;
+      std::string targetExtra;
+      ReadLocalRecord(*entry, targetHeader, targetExtra);
+    }
+    CheckLocalHeader(*entry, false);
+  } catch (const RkLib::RkError& e) {
+    state.Set(e);
+  }
+  CloseFiles();
+  return state.severity == 0;
+}
+
+void RkZipFile::CheckLocalHeader(const RkZipEntry& entry, bool ignoreCompressedSize) {
+  const RkZipEntryDetail* detail = entry.detail();
+  RK_ASSERT(detail && detail->localHeader);
+  const RkZipLHdr& local = *detail->localHeader;
+  const auto fail = [&](uint32_t code, uint32_t message, const RkString& central, const RkString& found) {
+    Report(RkLib::kSeveritySevere, MessageText(message, {central, found, entry.name}));
+    throw RkSevereError(code);
+  };
+
+  if ((entry.flags & kZipFlagDescriptor) == 0) {
+    if (local.crc != entry.crc) fail(kZipErrLocalCrc, kZipMsgLocalCrc, Hex(entry.crc), Hex(local.crc));
+    uint64_t packed = local.compressedSize;
+    uint64_t size = local.originalSize;
+    // A zip64 entry keeps its local sizes in a zip64 record at the front of the local extra.
+    if (entry.hasZip64 && detail->localExtra.size() >= 20) {
+      RkZipCursor cursor(reinterpret_cast<const uint8_t*>(detail->localExtra.data()), detail->localExtra.size());
+      if (cursor.U16() == kExtraZip64 && cursor.U16() >= 16) {
+        const uint64_t first = cursor.U64();
+        const uint64_t second = cursor.U64();
+        if (size == 0xFFFFFFFF) size = first;
+        if (packed == 0xFFFFFFFF) packed = second;
+      }
+    }
+    if (!ignoreCompressedSize && packed != entry.compressedSize64) {
+      fail(kZipErrLocalPacked, kZipMsgLocalPacked, Decimal(entry.compressedSize64), Decimal(packed));
+    }
+    if (size != entry.originalSize64) {
+      fail(kZipErrLocalSize, kZipMsgLocalSize, Decimal(entry.originalSize64), Decimal(size));
+    }
+  }
+  if (local.method != entry.method) fail(kZipErrLocalMethod, kZipMsgLocalMethod, Decimal(entry.method), Decimal(local.method));
+  if ((local.flags & kComparedFlags) != (entry.flags & kComparedFlags)) {
+    fail(kZipErrLocalFlags, kZipMsgLocalFlags, Hex(entry.flags), Hex(local.flags));
+  }
+}
+
+}  // namespace RkArcLib
