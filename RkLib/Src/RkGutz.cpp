@@ -116,9 +116,13 @@ void AppendUtf16(std::u16string& out, char32_t c) {
 // U+FFFD for each maximal subpart, the Unicode recommended practice, so the count of
 // replacements does not depend on where the decoder resynchronises.
 std::u16string DecodeUtf8(std::string_view s) {
-  std::u16string out;
-  out.reserve(s.size());
+  // Most text is ASCII throughout, or for a long stretch first: that part widens in a plain loop.
   size_t i = 0;
+  while (i < s.size() && static_cast<unsigned char>(s[i]) < 0x80) ++i;
+  std::u16string out(i, u'\0');
+  for (size_t k = 0; k < i; ++k) out[k] = static_cast<unsigned char>(s[k]);
+  if (i == s.size()) return out;
+  out.reserve(s.size());
   while (i < s.size()) {
     const unsigned char b = static_cast<unsigned char>(s[i]);
     if (b < 0x80) {

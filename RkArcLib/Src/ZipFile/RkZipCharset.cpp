@@ -45,7 +45,10 @@ RkString RkZipOemDetect(std::string_view bytes) {
 }
 
 RkString RkZipDecodeName(std::string_view raw, uint16_t versionMadeBy, uint16_t flags, int charsetMode) {
-  const std::string text = RkZipTrimText(raw, '_');
+  // Names nearly never hold a NUL; only those that do pay for a trimmed copy.
+  const bool hasNul = raw.find('\0') != std::string_view::npos;
+  const std::string trimmed = hasNul ? RkZipTrimText(raw, '_') : std::string();
+  const std::string_view text = hasNul ? std::string_view(trimmed) : raw;
   const auto host = static_cast<uint8_t>(versionMadeBy >> 8);
   const auto version = static_cast<uint8_t>(versionMadeBy & 0xFF);
   const bool utf8Flag = (flags & kZipFlagUtf8) != 0;

@@ -612,6 +612,31 @@ const RkExtraType* RkExtra::Find(uint16_t id) const {
   return nullptr;
 }
 
+void RkExtra::ApplyRecords(std::string_view field, RkZipEntry& entry, const RkExtraContext& context) {
+  const auto* bytes = reinterpret_cast<const uint8_t*>(field.data());
+  const size_t length = field.size();
+  size_t pos = 0;
+  while (length - pos >= kHeaderSize) {
+    const uint16_t id = Le16(bytes + pos);
+    const uint16_t size = Le16(bytes + pos + 2);
+    if (size > length - pos - kHeaderSize) break;
+    const uint8_t* data = bytes + pos + kHeaderSize;
+    std::unique_ptr<RkExtraType> record;
+    switch (ReadRecord(id, data, size, record)) {
+      case RkExtraVerdict::kTaken:
+        record->Apply(entry, context);
+        break;
+      case RkExtraVerdict::kGeneric:
+        // Raw records mean nothing to an entry, but for an AES record that was not understood.
+        if (id == kExtraAesCrypt) RkExtraGeneric(id, Raw(data, size)).Apply(entry, context);
+        break;
+      case RkExtraVerdict::kDropped:
+        break;
+    }
+    pos += kHeaderSize + size;
+  }
+}
+
 void RkExtra::ApplyAll(RkZipEntry& entry, const RkExtraContext& context) const {
   for (const auto& record : records_) record->Apply(entry, context);
 }

@@ -75,6 +75,9 @@ class RkExtra {
   const RkExtraType* Find(uint16_t id) const;
   // Every record, in file order.
   void ApplyAll(RkZipEntry& entry, const RkExtraContext& context) const;
+  // The same as Parse followed by ApplyAll, without keeping the list: the load of a directory with
+  // a timestamp record on every entry then costs no allocation for the records that mean nothing.
+  static void ApplyRecords(std::string_view field, RkZipEntry& entry, const RkExtraContext& context);
 
   const RkExtraType* First();
   const RkExtraType* Next();

@@ -157,8 +157,12 @@ void RkZipFile::CloseFiles() {
 bool RkZipFile::Unload() {
   entries_.clear();
   entries_.shrink_to_fit();
-  nameOrder_.clear();
-  nameOrder_.shrink_to_fit();
+  {
+    std::lock_guard<std::mutex> lock(nameOrderLock_);
+    nameOrder_.clear();
+    nameOrder_.shrink_to_fit();
+    nameOrderBuilt_ = false;
+  }
   referenceTargets_.clear();
   references_.clear();
   loaded_ = partial_ = encrypted_ = false;
@@ -236,7 +240,6 @@ void RkZipFile::ReadCentralDirectory(int64_t first, int64_t last) {
   const uint64_t from = first < 0 ? 0 : static_cast<uint64_t>(first);
   const uint64_t to = last < 0 ? count : static_cast<uint64_t>(last) + 1;
   partial_ = from > 0 || to < count;
-  BuildNameOrder();
 }
 
 void RkZipFile::ReadEntry(uint64_t index, const RkZipRecord& record) {
@@ -248,11 +251,7 @@ void RkZipFile::ReadEntry(uint64_t index, const RkZipRecord& record) {
     detail.rawComment.assign(record.comment);
     detail.comment = RkZipDecodeComment(RkZipTrimText(record.comment, ' '), charsetMode_);
   }
-  if (!record.extra.empty()) {
-    RkExtra extras;
-    extras.Parse(record.extra);
-    extras.ApplyAll(*entry, RkExtraContext{record.name, record.comment});
-  }
+  if (!record.extra.empty()) RkExtra::ApplyRecords(record.extra, *entry, RkExtraContext{record.name, record.comment});
   bool shortened = false;
   bool stripped = false;
   entry->name = FixName(std::move(entry->name), shortened, stripped);
@@ -291,7 +290,7 @@ void RkZipFile::CheckReferences() {
   }
 }
 
-void RkZipFile::BuildNameOrder() {
+void RkZipFile::BuildNameOrder() const {
   nameOrder_.clear();
   nameOrder_.reserve(entries_.size());
   for (size_t i = 0; i < entries_.size(); ++i)
@@ -387,6 +386,11 @@ const RkZipEntry* RkZipFile::Entry(int64_t index) const {
 
 int64_t RkZipFile::FindItem(const RkString& name, RkState& state) const {
   state.Clear();
+  std::lock_guard<std::mutex> lock(nameOrderLock_);
+  if (!nameOrderBuilt_) {
+    BuildNameOrder();
+    nameOrderBuilt_ = true;
+  }
   const auto found = std::lower_bound(nameOrder_.begin(), nameOrder_.end(), name, [this](uint32_t i, const RkString& n) {
     return entries_[i]->name.compare(n) < 0;
   });

@@ -10,6 +10,7 @@
 #include <initializer_list>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string_view>
 #include <vector>
 
@@ -136,11 +137,14 @@ class RkZipFile : public RkArchive {
   // Reads the local header at the reader's position into `header` and `extra`; the name is skipped.
   void ReadLocalRecord(const RkZipEntry& entry, RkZipLHdr& header, std::string& extra);
   [[noreturn]] void FailLocal(const RkZipEntry& entry, uint32_t code);
-  void BuildNameOrder();
+  // Name lookups are rare next to listings, so the order is built by the first of them.
+  void BuildNameOrder() const;
 
   std::vector<std::unique_ptr<RkZipEntry>> entries_;
   // Entry indexes in name order; among equal names the lowest index comes first.
-  std::vector<uint32_t> nameOrder_;
+  mutable std::vector<uint32_t> nameOrder_;
+  mutable bool nameOrderBuilt_ = false;
+  mutable std::mutex nameOrderLock_;
   std::map<ReferenceId, uint64_t> referenceTargets_;
   std::multimap<ReferenceId, uint64_t> references_;
   RkZipEHdr endRecord_;
