@@ -79,8 +79,9 @@ bool Memory(uint64_t size) {
   double bare = 1e9;
   double copy = 1e9;
   double piped = 1e9;
-  // The copy that RkMemIn cannot avoid, into as many 1 MiB buffers as circulate in this pipe:
-  // two for each stream and the target's spare. It bounds what the pipe can reach.
+  // What a source that copies would spend, into as many 1 MiB buffers as circulate in this pipe
+  // (two for each stream and the target's spare). RkMemIn lends its bytes instead; the row shows
+  // what that saves.
   std::vector<std::vector<uint8_t>> circulating(5, std::vector<uint8_t>(kMiB, 0));
   RkStreamSettings settings;
   settings.pipeBufferSize = static_cast<int32_t>(kMiB);

@@ -1,7 +1,6 @@
 #include "RkMemIn.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace RkPipeLib {
 
@@ -9,8 +8,7 @@ void RkMemIn::Run() {
   for (size_t at = 0; at < size_;) {
     RkPipeBuffer* buffer = output_.getFree();
     const size_t n = static_cast<size_t>(std::min<uint64_t>(buffer->capacity(), size_ - at));
-    std::memcpy(buffer->base(), data_ + at, n);
-    buffer->setLength(n);
+    buffer->lend(data_ + at, n);
     output_.put(buffer);
     at += n;
   }

@@ -1,5 +1,6 @@
 // RkMemIn: the source that sends bytes held in memory, for in-memory items, tests and
-// benchmarks. Each buffer is filled to its capacity, so the cut between blocks is predictable.
+// benchmarks. Each buffer carries a piece as long as its capacity, so the cut between blocks is
+// predictable.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +12,8 @@ namespace RkPipeLib {
 
 class RkMemIn : public RkSourceNode {
  public:
-  // The bytes stay the owner's and must outlive the run.
+  // The bytes stay the owner's and must outlive the run, unchanged: the buffers that carry them
+  // down the pipe point into them rather than holding copies.
   RkMemIn(const void* data, size_t size, RkLib::RkMsgQueue* first, RkLib::RkMsgQueue* second,
           const RkStreamSettings& settings = RkStreamSettings::Instance())
       : RkSourceNode(first, second, settings), data_(static_cast<const uint8_t*>(data)), size_(size) {}
