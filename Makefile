@@ -33,6 +33,7 @@ test-tsan: deps build/tsan/build.ninja
 bench: build
 	build/default/bin/RkCrc32Bench
 	build/default/bin/RkPipeBench
+	build/default/bin/RkZipListBench
 
 # Builds the fuzz targets and replays each briefly from its seeds: a smoke run, not a campaign.
 FUZZ_SECONDS ?= 20
