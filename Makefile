@@ -34,6 +34,8 @@ bench: build
 	build/default/bin/RkCrc32Bench
 	build/default/bin/RkPipeBench
 	build/default/bin/RkZipListBench
+	build/default/bin/RkInflateBench
+	build/default/bin/RkLibDecodersBench
 
 # Builds the fuzz targets and replays each briefly from its seeds: a smoke run, not a campaign.
 FUZZ_SECONDS ?= 20
