@@ -46,6 +46,9 @@ enum RkPipeCode : uint32_t {
   kPipeReadPastEnd = 7006,
   kPipeOpenOutput = 7007,
   kPipeWriteFailed = 7008,
+  kPipeBadData = 7010,     // a decoder met data its method cannot have written
+  kPipeBadHeader = 7016,   // a decoder's parameters or header are not of its method
+  kPipeUnsupported = 7017,  // a form, size or method this library does not decode
   kPipeDiskFull = 7018,
   kPipeUnknownException = 7030,
 };

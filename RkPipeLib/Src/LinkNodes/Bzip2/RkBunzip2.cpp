@@ -10,7 +10,7 @@ namespace RkPipeLib {
 
 namespace {
 
-constexpr uint32_t kBadData = 7010;
+constexpr uint32_t kBadData = kPipeBadData;
 // The library counts in unsigned int; a step never offers it more than this.
 constexpr uint64_t kMaxStep = 1u << 30;
 

@@ -7,7 +7,7 @@ namespace RkPipeLib {
 
 namespace {
 
-constexpr uint32_t kBadData = 7010;
+constexpr uint32_t kBadData = kPipeBadData;
 constexpr uint32_t kLengthEscape = 63;  // this length is followed by 8 more bits to add
 constexpr uint32_t kMaxDistance = 8192;
 

@@ -28,10 +28,12 @@
 #include <cstdint>
 #include <memory>
 
+#include "RkDStream.h"
+
 namespace RkPipeLib {
 
 // Invalid compressed data, from the table build and from the inflater.
-inline constexpr uint32_t kInflateBadData = 7010;
+inline constexpr uint32_t kInflateBadData = kPipeBadData;
 
 namespace RkHuf {
 

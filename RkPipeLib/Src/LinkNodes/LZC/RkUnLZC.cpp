@@ -7,7 +7,7 @@ namespace RkPipeLib {
 
 namespace {
 
-constexpr uint32_t kBadData = 7010;
+constexpr uint32_t kBadData = kPipeBadData;
 constexpr uint32_t kMagic0 = 0x1F;
 constexpr uint32_t kMagic1 = 0x9D;
 constexpr uint32_t kWidthMask = 0x1F;

@@ -6,9 +6,9 @@ namespace RkPipeLib {
 
 namespace {
 
-constexpr uint32_t kBadData = 7010;
-constexpr uint32_t kBadHeader = 7016;
-constexpr uint32_t kTooLarge = 7017;
+constexpr uint32_t kBadData = kPipeBadData;
+constexpr uint32_t kBadHeader = kPipeBadHeader;
+constexpr uint32_t kTooLarge = kPipeUnsupported;
 
 constexpr uint32_t kHeaderBytes = 4;  // major, minor, properties length
 constexpr uint32_t kPropertyBytes = 5;

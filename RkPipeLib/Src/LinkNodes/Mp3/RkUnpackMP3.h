@@ -12,7 +12,7 @@ namespace RkPipeLib {
 
 class RkUnpackMP3 : public RkLinkNode {
  public:
-  static constexpr uint32_t kNotSupported = 7017;
+  static constexpr uint32_t kNotSupported = kPipeUnsupported;
 
   RkUnpackMP3(RkLib::RkMsgQueue* first, RkLib::RkMsgQueue* second,
               const RkStreamSettings& settings = RkStreamSettings::Instance())

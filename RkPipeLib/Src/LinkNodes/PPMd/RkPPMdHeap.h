@@ -29,11 +29,13 @@
 #include <cstring>
 #include <memory>
 
+#include "RkDStream.h"
+
 namespace RkPipeLib {
 
 // Codes of the PPMd decoder.
-inline constexpr uint32_t kPPMdBadData = 7010;      // the data cannot be PPMd of this form
-inline constexpr uint32_t kPPMdOutOfMemory = 7001;  // the model memory cannot be had
+inline constexpr uint32_t kPPMdBadData = kPipeBadData;      // the data cannot be PPMd of this form
+inline constexpr uint32_t kPPMdOutOfMemory = kPipeOutOfMemory;  // the model memory cannot be had
 
 namespace RkPPMd {
 

@@ -7,7 +7,7 @@ namespace RkPipeLib {
 
 namespace {
 
-constexpr uint32_t kBadData = 7010;
+constexpr uint32_t kBadData = kPipeBadData;
 constexpr uint8_t kEscape = 144;
 constexpr uint32_t kMinMatch = 3;
 

@@ -7,7 +7,7 @@ namespace RkPipeLib {
 
 namespace {
 
-constexpr uint32_t kBadData = 7010;
+constexpr uint32_t kBadData = kPipeBadData;
 constexpr uint16_t kFree = 0xFFFF;
 constexpr uint32_t kEscape = 256;
 constexpr uint32_t kFirstCode = 257;

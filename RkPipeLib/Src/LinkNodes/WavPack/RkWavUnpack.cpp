@@ -12,7 +12,7 @@ namespace RkPipeLib {
 
 namespace {
 
-constexpr uint32_t kBadData = 7010;
+constexpr uint32_t kBadData = kPipeBadData;
 // Sample words decoded per call, whatever the channel count: 256 KiB of them.
 constexpr uint32_t kSampleWords = 65536;
 constexpr uint32_t kSkipChunk = 4096;

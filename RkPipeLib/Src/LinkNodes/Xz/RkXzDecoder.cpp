@@ -10,7 +10,7 @@ namespace RkPipeLib {
 
 namespace {
 
-constexpr uint32_t kBadData = 7010;
+constexpr uint32_t kBadData = kPipeBadData;
 // The smallest unpadded size of a block: an 8-byte header less its padding of 3, and 1 byte of
 // data.
 constexpr uint64_t kMinUnpaddedSize = 5;

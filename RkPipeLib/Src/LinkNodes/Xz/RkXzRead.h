@@ -21,13 +21,14 @@
 #include <cstdint>
 #include <memory>
 
+#include "RkDStream.h"
 #include "RkDigest.h"
 #include "RkError.h"
 
 namespace RkPipeLib {
 
-inline constexpr uint32_t kXzBadHeader = 7016;
-inline constexpr uint32_t kXzTooLarge = 7017;
+inline constexpr uint32_t kXzBadHeader = kPipeBadHeader;
+inline constexpr uint32_t kXzTooLarge = kPipeUnsupported;
 
 inline constexpr uint32_t kXzStreamHeaderBytes = 12;
 inline constexpr uint32_t kXzMaxBlockHeaderBytes = 1024;

@@ -9,8 +9,8 @@ namespace RkPipeLib {
 
 namespace {
 
-constexpr uint32_t kBadData = 7010;
-constexpr uint32_t kTooLarge = 7017;
+constexpr uint32_t kBadData = kPipeBadData;
+constexpr uint32_t kTooLarge = kPipeUnsupported;
 constexpr uint64_t kMaxStep = 1u << 30;
 
 [[noreturn]] void Fail(size_t result) {
