@@ -81,6 +81,7 @@ struct RkZipEntryDetail {
   std::string rawComment;
   std::array<uint8_t, 16> referenceId{};  // all zero for none
   class RkZipEntry* target = nullptr;     // method 92: the entry that holds the data
+  int64_t targetIndex = -1;               // and its index
   std::shared_ptr<RkUnknownEncryption> unknownEncryption;
   std::shared_ptr<RkExtTimeStamps> extTimeStamps;
   std::shared_ptr<RkAesEncryption> aesEncryption;

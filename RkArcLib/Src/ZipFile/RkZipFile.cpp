@@ -286,6 +286,7 @@ void RkZipFile::CheckReferences() {
       Delay(kZipMsgDanglingReference, entry.name);
     } else {
       entry.Detail().target = entries_[target->second].get();
+      entry.Detail().targetIndex = static_cast<int64_t>(target->second);
     }
   }
 }
@@ -446,14 +447,8 @@ bool RkZipFile::GetItem(int64_t index, RkArcItem& item, RkState& state) const {
   item.neededVersion = static_cast<uint8_t>(e->versionNeeded);
   item.startPart = e->startPart32;
   item.isLabel = e->IsLabel();
-  if (e->method == kZipMethodDuplicate && e->detail() && e->detail()->target) {
-    const RkZipEntry* target = e->detail()->target;
-    for (size_t i = 0; i < entries_.size(); ++i) {
-      if (entries_[i].get() == target) {
-        item.duplicateOf = static_cast<int64_t>(i);
-        break;
-      }
-    }
+  if (e->method == kZipMethodDuplicate && e->detail() && e->detail()->targetIndex >= 0) {
+    item.duplicateOf = e->detail()->targetIndex;
   }
   return true;
 }
