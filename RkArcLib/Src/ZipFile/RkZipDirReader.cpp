@@ -18,9 +18,6 @@ namespace {
 constexpr uint32_t kEncryptedCdirVersion = 62;
 constexpr size_t kMaxFieldLength = 0xFFFF;
 
-uint32_t Le32(const uint8_t* p) {
-  return uint32_t{p[0]} | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
-}
 
 }  // namespace
 
@@ -71,9 +68,9 @@ bool RkZipDirReader::ScanForEndRecord(uint64_t n) {
   size_t at = n - RkZipEHdr::kSize + 1;
   do {
     --at;
-    if (tail[at] == 'P' && Le32(&tail[at]) == kZipSigEnd) break;
+    if (tail[at] == 'P' && RkZipLe32(&tail[at]) == kZipSigEnd) break;
   } while (at > 0);
-  if (Le32(&tail[at]) != kZipSigEnd) return false;
+  if (RkZipLe32(&tail[at]) != kZipSigEnd) return false;
 
   RkZipCursor cursor(&tail[at + 4], n - at - 4);
   endRecord_.Parse(cursor);
@@ -95,7 +92,7 @@ bool RkZipDirReader::ScanForEndRecord(uint64_t n) {
     endRecord_.comment = RkZipDecodeComment(RkZipTrimText(endRecord_.rawComment, ' '), charsetMode_);
   }
   const size_t commentEnd = commentStart + endRecord_.commentLength;
-  if (n - commentEnd >= 4 && RkZipIsHeaderSignature(Le32(&tail[commentEnd]))) {
+  if (n - commentEnd >= 4 && RkZipIsHeaderSignature(RkZipLe32(&tail[commentEnd]))) {
     Fail(kZipErrNotZip, kZipMsgNoEndRecord);
   }
   return true;
@@ -107,7 +104,7 @@ bool RkZipDirReader::FindZ64Locator() {
   uint8_t bytes[RkZipZ64Loc::kSize];
   if (spanIn_->Seek(end.part, static_cast<int64_t>(end.offset - RkZipZ64Loc::kSize)) < 0 ||
       spanIn_->Read(bytes, sizeof bytes) != static_cast<int64_t>(sizeof bytes) ||
-      Le32(bytes) != kZipSigZ64Locator) {
+      RkZipLe32(bytes) != kZipSigZ64Locator) {
     return false;
   }
   RkZipCursor cursor(bytes + 4, sizeof bytes - 4);
@@ -124,7 +121,7 @@ bool RkZipDirReader::ReadZ64EndRecord() {
   if (z64Locator_.endRecordOffset > static_cast<uint64_t>(INT64_MAX)) return false;
   uint8_t head[12];
   if (spanIn_->Seek(z64Locator_.endRecordPart, static_cast<int64_t>(z64Locator_.endRecordOffset)) < 0 ||
-      spanIn_->Read(head, sizeof head) != static_cast<int64_t>(sizeof head) || Le32(head) != kZipSigZ64End) {
+      spanIn_->Read(head, sizeof head) != static_cast<int64_t>(sizeof head) || RkZipLe32(head) != kZipSigZ64End) {
     return false;
   }
   RkZipCursor sizeCursor(head + 4, 8);
@@ -175,7 +172,7 @@ void RkZipDirReader::ReadFixedHeader(uint64_t index, RkZipRecord& record) {
   recordLocation_ = record.location;
   uint8_t fixed[RkZipCHdr::kSize];
   if (!ReadExact(fixed, 4)) FailRecord(kZipErrHeaderEof, index);
-  if (Le32(fixed) != kZipSigCentral) FailRecord(kZipErrNotZip, index);
+  if (RkZipLe32(fixed) != kZipSigCentral) FailRecord(kZipErrNotZip, index);
   if (!ReadExact(fixed + 4, RkZipCHdr::kFixedSize)) FailRecord(kZipErrHeaderEof, index);
   RkZipCursor cursor(fixed + 4, RkZipCHdr::kFixedSize);
   record.header.Parse(cursor);
@@ -226,7 +223,7 @@ void RkZipDirReader::Walk(int64_t first, int64_t last, const Visitor& visit) {
   recordLocation_ = {readBuf_->CurrentPart(), readBuf_->CurrentOffset()};
   if (!ReadExact(after, sizeof after)) FailRecord(kZipErrHeaderEof, count);
   readBuf_.reset();
-  if (Le32(after) == kZipSigCentral) Fail(kZipErrTooManyRecords, kZipMsgTooManyRecords);
+  if (RkZipLe32(after) == kZipSigCentral) Fail(kZipErrTooManyRecords, kZipMsgTooManyRecords);
 }
 
 }  // namespace RkArcLib

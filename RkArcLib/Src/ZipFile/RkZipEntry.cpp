@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "RkFid.h"
+
 namespace RkArcLib {
 
 namespace {
@@ -10,9 +12,7 @@ namespace {
 bool HasDosAttributes(uint8_t host) noexcept { return host == 0 || host == 6 || host == 11 || host == 14; }
 
 bool NameEndsWithSeparator(const RkLib::RkString& name) {
-  if (name.empty()) return false;
-  const char16_t last = name.view().back();
-  return last == u'\\' || last == u'/';
+  return !name.empty() && RkLib::FidString::IsSeparator(name.back());
 }
 
 }  // namespace

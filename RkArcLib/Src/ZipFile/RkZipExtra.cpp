@@ -9,6 +9,7 @@
 #include "RkDigest.h"
 #include "RkString.h"
 #include "RkTimeStamp.h"
+#include "RkZipCursor.h"
 #include "RkZipEntry.h"
 #include "RkZipExtraTypes.h"
 
@@ -19,12 +20,10 @@ namespace {
 constexpr size_t kHeaderSize = 4;  // id and size
 constexpr uint32_t kAllOnes32 = 0xFFFFFFFF;
 
-// Callers have checked the bounds; these only assemble the bytes.
-uint16_t Le16(const uint8_t* p) noexcept { return static_cast<uint16_t>(p[0] | (p[1] << 8)); }
-uint32_t Le32(const uint8_t* p) noexcept {
-  return uint32_t{p[0]} | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
-}
-uint64_t Le64(const uint8_t* p) noexcept { return Le32(p) | (uint64_t{Le32(p + 4)} << 32); }
+// Callers have checked the bounds.
+constexpr auto Le16 = RkZipLe16;
+constexpr auto Le32 = RkZipLe32;
+constexpr auto Le64 = RkZipLe64;
 
 uint8_t* Put16(uint8_t* p, uint16_t v) noexcept {
   p[0] = static_cast<uint8_t>(v);

@@ -10,6 +10,7 @@
 #include "RkArcResources.h"
 #include "RkArchiveType.h"
 #include "RkError.h"
+#include "RkFid.h"
 #include "RkSettings.h"
 #include "RkSpanIn.h"
 #include "RkZipCharset.h"
@@ -34,7 +35,7 @@ constexpr size_t kMaxPartLength = 255;
 constexpr size_t kMaxDroppedCharacters = 32511;
 constexpr size_t kDelayedShown = 2;
 
-bool IsSeparator(char16_t c) { return c == u'\\' || c == u'/'; }
+constexpr auto IsSeparator = &FidString::IsSeparator;
 bool IsHighSurrogate(char16_t c) { return c >= 0xD800 && c <= 0xDBFF; }
 
 // The file system holds a path whose every part is at most 255 characters: the length of the

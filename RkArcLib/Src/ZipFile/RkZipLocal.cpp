@@ -23,9 +23,6 @@ constexpr uint8_t kDuplicateSourceKind = 3;
 // encryption and UTF-8 names.
 constexpr uint16_t kComparedFlags = 0x087F;
 
-uint32_t Le32(const uint8_t* p) {
-  return uint32_t{p[0]} | (uint32_t{p[1]} << 8) | (uint32_t{p[2]} << 16) | (uint32_t{p[3]} << 24);
-}
 
 RkString Hex(uint64_t value) { return RkLib::RkFormatUnsigned(u"%llX", value); }
 RkString Decimal(uint64_t value) { return RkLib::RkFormatUnsigned(u"%llu", value); }
@@ -59,7 +56,7 @@ void RkZipFile::ReadLocalRecord(const RkZipEntry& entry, RkZipLHdr& header, std:
   const int64_t got = spanIn_->Read(fixed, 4);
   if (got < 0) FailLocal(entry, kZipErrLocalUnreadable);
   if (got != 4) FailLocal(entry, kZipErrLocalShort);
-  if (Le32(fixed) != kZipSigLocal) FailLocal(entry, kZipErrLocalSignature);
+  if (RkZipLe32(fixed) != kZipSigLocal) FailLocal(entry, kZipErrLocalSignature);
   if (spanIn_->Read(fixed + 4, RkZipLHdr::kFixedSize) != static_cast<int64_t>(RkZipLHdr::kFixedSize)) {
     FailLocal(entry, kZipErrLocalShort);
   }
