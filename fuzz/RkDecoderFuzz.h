@@ -12,6 +12,7 @@
 #include <initializer_list>
 #include <vector>
 
+#include "RkCountOut.h"
 #include "RkError.h"
 #include "RkMemIn.h"
 #include "RkMemOut.h"
@@ -62,6 +63,33 @@ DecoderRun RunDecoder(const uint8_t* data, size_t size, uint64_t outputLimit, st
     Check(known && e.severity() == RkLib::kSeveritySevere);
   }
   return run;
+}
+
+// The round-trip form of the library decoders' targets. With `roundTrip`, `input` was made by the
+// library's own encoder and must decode to `expected` exactly; otherwise it is arbitrary bytes,
+// which must decode or fail with one of `codes`. Arbitrary bytes may decode to megabytes, and in
+// tiny buffers every few bytes would be a hand-over between threads: raw runs write 64 KiB
+// buffers, round trips (no longer than their data) the tiny ones.
+template <typename MakeNode>
+void CheckDecode(const std::vector<uint8_t>& input, const RkPipeLib::RkStreamSettings& settings, bool roundTrip,
+                 const std::vector<uint8_t>& expected, std::initializer_list<uint32_t> codes, MakeNode&& makeNode) {
+  RkPipeLib::RkStreamSettings output = settings;
+  if (!roundTrip) output.pipeBufferSize = 65536;
+  RkPipeLib::RkMemIn source(input.data(), input.size(), nullptr, nullptr, settings);
+  auto node = makeNode(output);
+  RkPipeLib::RkMemOut memory(nullptr, nullptr, RkPipeLib::RkMemOut::kNoLimit, output);
+  RkPipeLib::RkCountOut count(nullptr, nullptr, output);
+  RkPipeLib::RkTargetNode* target = roundTrip ? static_cast<RkPipeLib::RkTargetNode*>(&memory) : &count;
+  RkPipeLib::RkPipe pipe(&source, {node.get()}, target);
+  try {
+    Check(pipe.Run(nullptr));
+    Check(!roundTrip || memory.Bytes() == expected);
+  } catch (const RkLib::RkError& e) {
+    Check(!roundTrip);
+    bool known = false;
+    for (uint32_t code : codes) known = known || e.code() == code;
+    Check(known && e.severity() == RkLib::kSeveritySevere);
+  }
 }
 
 }  // namespace RkFuzz

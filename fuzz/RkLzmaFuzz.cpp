@@ -9,14 +9,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
-#include "RkCountOut.h"
+#include "RkDecoderFuzz.h"
 #include "RkError.h"
 #include "RkLzmaDecoder.h"
-#include "RkMemIn.h"
-#include "RkMemOut.h"
-#include "RkPipe.h"
 
 namespace {
 
@@ -69,24 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // A marker may also be read with the size known; without one the size is needed.
     nodeSize = endMarker && !sizeKnown ? RkPipeLib::RkLzmaDecoder::kSizeUnknown : rest.size();
   }
-  // Arbitrary bytes may decode to megabytes, and in tiny buffers every few bytes would be a
-  // hand-over between threads: raw runs write 64 KiB buffers, round trips (no longer than
-  // their data) the tiny ones.
-  RkPipeLib::RkStreamSettings output = settings;
-  if (!roundTrip) output.pipeBufferSize = 65536;
-  RkPipeLib::RkMemIn source(input.data(), input.size(), nullptr, nullptr, settings);
-  RkPipeLib::RkLzmaDecoder node(nodeSize, nullptr, nullptr, output);
-  RkPipeLib::RkMemOut memory(nullptr, nullptr, RkPipeLib::RkMemOut::kNoLimit, output);
-  RkPipeLib::RkCountOut count(nullptr, nullptr, output);
-  RkPipeLib::RkTargetNode* target = roundTrip ? static_cast<RkPipeLib::RkTargetNode*>(&memory) : &count;
-  RkPipeLib::RkPipe pipe(&source, {&node}, target);
-  try {
-    Check(pipe.Run(nullptr));
-    Check(!roundTrip || memory.Bytes() == rest);
-  } catch (const RkLib::RkError& e) {
-    Check(!roundTrip);
-    Check(e.severity() == RkLib::kSeveritySevere &&
-          (e.code() == 7006 || e.code() == 7010 || e.code() == 7016 || e.code() == 7017));
-  }
+  RkFuzz::CheckDecode(input, settings, roundTrip, rest, {7006, 7010, 7016, 7017},
+                      [&](const RkPipeLib::RkStreamSettings& output) { return std::make_unique<RkPipeLib::RkLzmaDecoder>(nodeSize, nullptr, nullptr, output); });
   return 0;
 }

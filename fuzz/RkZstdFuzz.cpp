@@ -7,13 +7,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
-#include "RkCountOut.h"
+#include "RkDecoderFuzz.h"
 #include "RkError.h"
-#include "RkMemIn.h"
-#include "RkMemOut.h"
-#include "RkPipe.h"
 #include "RkZstdDecoder.h"
 
 namespace {
@@ -49,23 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     AppendFrame(input, rest.data(), cut, level);
     if (cut < rest.size()) AppendFrame(input, rest.data() + cut, rest.size() - cut, level + 1);
   }
-  // Arbitrary bytes may decode to megabytes, and in tiny buffers every few bytes would be a
-  // hand-over between threads: raw runs write 64 KiB buffers, round trips (no longer than
-  // their data) the tiny ones.
-  RkPipeLib::RkStreamSettings output = settings;
-  if (!roundTrip) output.pipeBufferSize = 65536;
-  RkPipeLib::RkMemIn source(input.data(), input.size(), nullptr, nullptr, settings);
-  RkPipeLib::RkZstdDecoder node(nullptr, nullptr, output);
-  RkPipeLib::RkMemOut memory(nullptr, nullptr, RkPipeLib::RkMemOut::kNoLimit, output);
-  RkPipeLib::RkCountOut count(nullptr, nullptr, output);
-  RkPipeLib::RkTargetNode* target = roundTrip ? static_cast<RkPipeLib::RkTargetNode*>(&memory) : &count;
-  RkPipeLib::RkPipe pipe(&source, {&node}, target);
-  try {
-    Check(pipe.Run(nullptr));
-    Check(!roundTrip || memory.Bytes() == rest);
-  } catch (const RkLib::RkError& e) {
-    Check(!roundTrip);
-    Check(e.severity() == RkLib::kSeveritySevere && (e.code() == 7006 || e.code() == 7010 || e.code() == 7017));
-  }
+  RkFuzz::CheckDecode(input, settings, roundTrip, rest, {7006, 7010, 7017},
+                      [](const RkPipeLib::RkStreamSettings& output) { return std::make_unique<RkPipeLib::RkZstdDecoder>(nullptr, nullptr, output); });
   return 0;
 }
