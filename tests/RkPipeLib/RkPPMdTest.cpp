@@ -1,12 +1,6 @@
-// PPMd var.I, revision 1, in its ZIP form (method 98), through a real pipe: RkMemIn -> the
-// decoder -> RkMemOut.
-//
-// Most fixtures are zips that 7zz writes at test time; the member's raw stream (two header bytes,
-// then the range code) is cut out and decoded, and the output must be the file that went in.
-// What 7zz does not write - incompressible data (it stores that), empty files, the freeze
-// method - comes from the model's own encoding half. That half writes what 7zz writes, byte for
-// byte (OwnEncoderWritesWhatSevenZipWrites), so its streams are real ones; but a round trip
-// through it cannot catch a fault that the two halves share, which is what the 7zz rows are for.
+// PPMd var.I rev. 1 in its ZIP form (method 98). Fixtures are zips 7zz writes at test time; what
+// 7zz will not write (stored data, empty files, the freeze method) comes from the model's own
+// encoding half, which is checked to match 7zz byte for byte.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -29,21 +23,17 @@ using RkPipeLib::RkPPMdMod;
 constexpr uint32_t kBadData = 7010;
 constexpr uint32_t kReadPastEnd = 7006;
 
-// ---- Data.
-
 uint32_t NextRandom(uint32_t& state) {
   state = state * 1103515245u + 12345u;
   return state >> 8;
 }
 
-// Sentences of common words, with punctuation and line breaks.
+// Sentences of common words.
 Bytes TextData(size_t size, uint32_t seed) {
-  static const char* const kWords[] = {
-      "the",   "of",     "and",    "to",    "in",     "is",     "that",    "for",    "it",     "as",
-      "was",   "with",   "be",     "by",    "on",     "not",    "he",      "this",   "are",    "or",
-      "his",   "from",   "at",     "which", "but",    "have",   "an",      "had",    "they",   "you",
-      "were",  "their",  "one",    "all",   "we",     "can",    "her",     "has",    "there",  "been",
-      "model", "escape", "symbol", "order", "memory", "stream", "context", "buffer", "archive", "window"};
+  static const char* const kWords[] = {"the",   "of",     "and",    "to",    "in",     "is",    "that",    "for",
+                                       "it",    "was",    "with",   "be",    "by",     "on",    "not",     "this",
+                                       "which", "but",    "have",   "they",  "there",  "been",  "model",   "escape",
+                                       "symbol", "order", "memory", "stream", "context", "buffer", "archive", "window"};
   uint32_t state = seed;
   Bytes out;
   bool capital = true;
@@ -53,24 +43,15 @@ Bytes TextData(size_t size, uint32_t seed) {
     capital = false;
     out.insert(out.end(), word.begin(), word.end());
     const uint32_t r = NextRandom(state) % 20;
-    if (r == 0) {
-      out.insert(out.end(), {'.', '\n'});
-      capital = true;
-    } else if (r == 1) {
-      out.insert(out.end(), {'.', ' '});
-      capital = true;
-    } else if (r == 2) {
-      out.insert(out.end(), {',', ' '});
-    } else {
-      out.push_back(' ');
-    }
+    if (r < 3) out.push_back(".,"[r / 2]);
+    out.push_back(r == 0 ? '\n' : ' ');
+    capital = r < 2;
   }
   out.resize(size);
   return out;
 }
 
-// Records of a made-up binary format: a counter, an offset that grows, a small signed value,
-// a tag from a short list and zero padding, all little-endian.
+// Records: counter, growing offset, small signed delta, tag, zero padding (little-endian).
 Bytes BinaryData(size_t size, uint32_t seed) {
   uint32_t state = seed;
   Bytes out;
@@ -90,7 +71,6 @@ Bytes BinaryData(size_t size, uint32_t seed) {
   return out;
 }
 
-// Uniform bytes below `alphabet`.
 Bytes RandomData(size_t size, uint32_t seed, unsigned alphabet) {
   uint32_t state = seed;
   Bytes out(size);
@@ -102,28 +82,19 @@ enum class Kind { kText, kBinary, kZero, kRandom200, kRandom256, kMixed };
 
 Bytes MakeData(Kind kind, size_t size) {
   switch (kind) {
-    case Kind::kText:
-      return TextData(size, 7);
-    case Kind::kBinary:
-      return BinaryData(size, 11);
-    case Kind::kZero:
-      return Bytes(size, 0);
-    case Kind::kRandom200:
-      return RandomData(size, 13, 200);
-    case Kind::kRandom256:
-      return RandomData(size, 17, 256);
+    case Kind::kText: return TextData(size, 7);
+    case Kind::kBinary: return BinaryData(size, 11);
+    case Kind::kZero: return Bytes(size, 0);
+    case Kind::kRandom200: return RandomData(size, 13, 200);
+    case Kind::kRandom256: return RandomData(size, 17, 256);
     case Kind::kMixed:
       return Concat(Concat(TextData(size / 3, 19), RandomData(size / 3, 23, 256)), BinaryData(size - 2 * (size / 3), 29));
   }
   return {};
 }
 
-// ---- Streams.
-
 struct HeaderFields {
-  unsigned order;
-  unsigned memMiB;
-  unsigned method;
+  unsigned order, memMiB, method;
 };
 
 HeaderFields FieldsOf(const Bytes& stream) {
@@ -136,8 +107,7 @@ Bytes HeaderBytes(unsigned order, unsigned memMiB, unsigned method) {
   return {static_cast<uint8_t>(bits), static_cast<uint8_t>(bits >> 8)};
 }
 
-// The stream of the one member that 7zz writes for `data`, with `options` after
-// "-mm=PPMd"; nothing if 7zz failed or stored the file instead.
+// The member stream 7zz writes with `options` after -mm=PPMd; nothing if it failed or stored.
 std::optional<Bytes> SevenZipStream(const ScratchFolder& folder, const Bytes& data, const std::string& options) {
   WriteAll(folder / "data.bin", data);
   std::remove((folder / "data.zip").c_str());
@@ -147,7 +117,6 @@ std::optional<Bytes> SevenZipStream(const ScratchFolder& folder, const Bytes& da
   return members[0].data;
 }
 
-// The same stream from the model's own encoding half.
 Bytes OwnStream(const Bytes& data, unsigned order, unsigned memMiB, unsigned method, uint64_t* restores = nullptr) {
   Bytes out = HeaderBytes(order, memMiB, method);
   RkPPMdMod model;
@@ -166,7 +135,6 @@ struct PPMdRun {
   uint64_t restores = 0;
 };
 
-// One run of a fresh node; `inputBlock` is the size of every input buffer it sees.
 PPMdRun DecodeStream(const Bytes& stream, int32_t inputBlock = 64 * 1024, int32_t outputBlock = 64 * 1024) {
   const RkStreamSettings settings = SmallSettings(outputBlock);  // the node's stream keeps a pointer
   RkPPMdDecoder node(nullptr, nullptr, settings);
@@ -178,44 +146,32 @@ PPMdRun DecodeStream(const Bytes& stream, int32_t inputBlock = 64 * 1024, int32_
 
 struct Blocks {
   const char* name;
-  int32_t input;
-  int32_t output;
+  int32_t input, output;
 };
 constexpr Blocks kLargeBlocks{"Large", 64 * 1024, 64 * 1024};
 constexpr Blocks kOddBlocks{"Odd", 509, 1021};
 constexpr Blocks kByteBlocks{"ByteInput", 1, 3};
 
-// ---- 7zz round trips.
-
 struct SevenZipCase {
   const char* name;
   Kind kind;
   size_t size;
-  const char* options;  // after -mm=PPMd
-  unsigned order;       // what the header must then say
-  unsigned method;
+  const char* options;    // after -mm=PPMd
+  unsigned order, method;  // what the header must then say
   bool memoryRunsOut;
 };
 
 void PrintTo(const SevenZipCase& c, std::ostream* os) { *os << c.name; }
 
 const SevenZipCase kSevenZipCases[] = {
-    // The levels: order 4 restart, order 8 restart, order 12 cut-off.
     {"TextLevel1", Kind::kText, 200000, " -mx=1", 4, 0, false},
-    {"TextLevel5", Kind::kText, 200000, " -mx=5", 8, 0, false},
     {"TextLevel9", Kind::kText, 200000, " -mx=9", 12, 1, false},
     {"TextOrder2", Kind::kText, 300000, ":o=2:mem=1m", 2, 0, false},
-    {"TextOrder3CutOff", Kind::kText, 300000, ":o=3:mem=1m:a=1", 3, 1, false},
-    {"TextOrder6Mem4", Kind::kText, 300000, ":o=6:mem=4m", 6, 0, false},
     {"TextOrder16Restart", Kind::kText, 700000, ":o=16:mem=1m", 16, 0, true},
     {"TextOrder16CutOff", Kind::kText, 700000, ":o=16:mem=1m:a=1", 16, 1, true},
-    {"BinaryOrder5", Kind::kBinary, 300000, ":o=5:mem=8m", 5, 0, false},
     {"BinaryOrder5Mem2", Kind::kBinary, 300000, ":o=5:mem=2m", 5, 0, true},
-    {"BinaryOrder8Restart", Kind::kBinary, 900000, ":o=8:mem=1m", 8, 0, true},
     {"BinaryOrder12CutOff", Kind::kBinary, 900000, ":o=12:mem=1m:a=1", 12, 1, true},
-    {"ZeroOrder4", Kind::kZero, 1000000, ":o=4:mem=1m", 4, 0, false},
     {"ZeroOrder16CutOff", Kind::kZero, 3000000, ":o=16:mem=1m:a=1", 16, 1, false},
-    {"RandomOrder6", Kind::kRandom200, 200000, ":o=6:mem=1m", 6, 0, true},
     {"RandomOrder16CutOff", Kind::kRandom200, 200000, ":o=16:mem=1m:a=1", 16, 1, true},
     {"MixedOrder10CutOff", Kind::kMixed, 600000, ":o=10:mem=1m:a=1", 10, 1, true},
 };
@@ -244,7 +200,6 @@ TEST_P(PPMdSevenZip, DecodesWhatSevenZipWrote) {
     SCOPED_TRACE(blocks.name);
     const PPMdRun run = DecodeStream(*stream, blocks.input, blocks.output);
     EXPECT_TRUE(Decoded(run.result, data));
-    // The end mark is the last thing in the stream, so the node takes all of it and no more.
     EXPECT_EQ(run.result.bytesRead, stream->size());
     EXPECT_EQ(run.restores > 0, c.memoryRunsOut) << run.restores << " restores";
   }
@@ -253,80 +208,49 @@ TEST_P(PPMdSevenZip, DecodesWhatSevenZipWrote) {
 INSTANTIATE_TEST_SUITE_P(PPMd, PPMdSevenZip, testing::ValuesIn(kSevenZipCases),
                          [](const auto& row) { return std::string(row.param.name); });
 
-// Input in 1-byte buffers and output in 3-byte ones: every read of the range decoder and every
-// write crosses a buffer, including the four bytes that start the code and the header.
-TEST_F(PPMdWithSevenZip, DecodesOneByteBuffers) {
-  struct Case {
+// The own encoder must write what 7zz writes, or its fixtures below prove nothing. Small ones
+// also decode in 1-byte input / 3-byte output buffers: every read and write crosses a buffer.
+TEST_F(PPMdWithSevenZip, OwnEncoderMatchesAndOneByteBuffersDecode) {
+  const struct {
     Kind kind;
     size_t size;
-    const char* options;
-  };
-  const Case cases[] = {{Kind::kText, 30000, ":o=6:mem=1m"},
-                        {Kind::kBinary, 30000, ":o=4:mem=1m:a=1"},
-                        {Kind::kRandom200, 40000, ":o=16:mem=1m:a=1"}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.options);
+    unsigned order, method;
+  } cases[] = {{Kind::kText, 30000, 6, 0},      {Kind::kBinary, 30000, 4, 1},  {Kind::kRandom200, 40000, 16, 1},
+               {Kind::kText, 700000, 16, 1},    {Kind::kBinary, 900000, 8, 0}, {Kind::kRandom200, 200000, 16, 1}};
+  for (const auto& c : cases) {
+    const std::string options = ":o=" + std::to_string(c.order) + ":mem=1m:a=" + std::to_string(c.method);
+    SCOPED_TRACE(options);
     const Bytes data = MakeData(c.kind, c.size);
-    const std::optional<Bytes> stream = SevenZipStream(folder_, data, c.options);
+    const std::optional<Bytes> stream = SevenZipStream(folder_, data, options);
     ASSERT_TRUE(stream);
+    EXPECT_TRUE(OwnStream(data, c.order, 1, c.method) == *stream);
+    if (c.size > 50000) continue;
     const PPMdRun run = DecodeStream(*stream, kByteBlocks.input, kByteBlocks.output);
     EXPECT_TRUE(Decoded(run.result, data));
     EXPECT_EQ(run.result.bytesRead, stream->size());
   }
 }
 
-// The fixtures below that come from the model's own encoding half are only worth something if
-// that half writes what 7zz writes.
-TEST_F(PPMdWithSevenZip, OwnEncoderWritesWhatSevenZipWrites) {
-  struct Case {
-    Kind kind;
-    size_t size;
-    unsigned order;
-    unsigned method;
-  };
-  const Case cases[] = {{Kind::kText, 200000, 6, 0},
-                        {Kind::kText, 700000, 16, 1},
-                        {Kind::kBinary, 900000, 8, 0},
-                        {Kind::kRandom200, 200000, 16, 1}};
-  for (const Case& c : cases) {
-    const std::string options =
-        ":o=" + std::to_string(c.order) + ":mem=1m:a=" + std::to_string(c.method);
-    SCOPED_TRACE(options);
-    const Bytes data = MakeData(c.kind, c.size);
-    const std::optional<Bytes> stream = SevenZipStream(folder_, data, options);
-    ASSERT_TRUE(stream);
-    EXPECT_TRUE(OwnStream(data, c.order, 1, c.method) == *stream);
-  }
-}
-
-// ---- Streams of the own encoder.
-
 struct OwnCase {
   const char* name;
   Kind kind;
   size_t size;
-  unsigned order;
-  unsigned memMiB;
-  unsigned method;
+  unsigned order, memMiB, method;
   bool memoryRunsOut;
 };
 
 void PrintTo(const OwnCase& c, std::ostream* os) { *os << c.name; }
 
 const OwnCase kOwnCases[] = {
-    // 7zz stores these rather than compress them.
     {"Empty", Kind::kText, 0, 6, 1, 0, false},
     {"OneByte", Kind::kText, 1, 6, 1, 0, false},
     {"RandomOrder2", Kind::kRandom256, 100000, 2, 1, 0, true},
     {"RandomOrder2Roomy", Kind::kRandom256, 100000, 2, 4, 1, false},
-    {"RandomOrder16Restart", Kind::kRandom256, 100000, 16, 1, 0, true},
     {"RandomOrder16CutOff", Kind::kRandom256, 100000, 16, 1, 1, true},
-    // The freeze method, which 7zz does not write: the model stops growing when it is full.
+    // Freeze: the model stops growing when full.
     {"EmptyFreeze", Kind::kText, 0, 6, 1, 2, false},
     {"TextFreeze", Kind::kText, 700000, 16, 1, 2, true},
-    {"BinaryFreeze", Kind::kBinary, 900000, 8, 1, 2, true},
     {"RandomFreeze", Kind::kRandom256, 200000, 16, 1, 2, true},
-    {"MixedFreeze", Kind::kMixed, 600000, 10, 1, 2, true},
     {"TextFreezeRoomy", Kind::kText, 300000, 5, 8, 2, false},
 };
 
@@ -338,9 +262,11 @@ TEST_P(PPMdOwnStream, RoundTrips) {
   uint64_t encoderRestores = 0;
   const Bytes stream = OwnStream(data, c.order, c.memMiB, c.method, &encoderRestores);
   EXPECT_EQ(encoderRestores > 0, c.memoryRunsOut) << encoderRestores << " restores";
+  // Bytes after the end mark are not the node's.
+  const Bytes padded = Concat(stream, RandomData(5000, 3, 256));
   for (const Blocks& blocks : {kLargeBlocks, kOddBlocks}) {
     SCOPED_TRACE(blocks.name);
-    const PPMdRun run = DecodeStream(stream, blocks.input, blocks.output);
+    const PPMdRun run = DecodeStream(padded, blocks.input, blocks.output);
     EXPECT_TRUE(Decoded(run.result, data));
     EXPECT_EQ(run.result.bytesRead, stream.size());
     EXPECT_EQ(run.restores, encoderRestores);
@@ -352,7 +278,6 @@ INSTANTIATE_TEST_SUITE_P(PPMd, PPMdOwnStream, testing::ValuesIn(kOwnCases),
 
 class PPMdDecoder : public PipeTest {};
 
-// Every order with every restore method, on data small enough to try them all.
 TEST_F(PPMdDecoder, DecodesEveryOrderAndMethod) {
   const Bytes data = MakeData(Kind::kMixed, 30000);
   for (unsigned order = RkPPMdMod::kMinOrder; order <= RkPPMdMod::kMaxOrder; ++order) {
@@ -365,8 +290,7 @@ TEST_F(PPMdDecoder, DecodesEveryOrderAndMethod) {
   }
 }
 
-// The largest model the header can ask for: order 16 in 256 MiB, which the node takes as it
-// comes (the pages are touched only as the model grows).
+// The largest model the header can ask for: order 16 in 256 MiB.
 TEST_F(PPMdDecoder, DecodesTheLargestModel) {
   const Bytes data = MakeData(Kind::kText, 50000);
   const Bytes stream = OwnStream(data, 16, 256, 2);
@@ -374,8 +298,6 @@ TEST_F(PPMdDecoder, DecodesTheLargestModel) {
   EXPECT_EQ(stream[1], 0x2F);
   EXPECT_TRUE(Decoded(DecodeStream(stream).result, data));
 }
-
-// ---- The header.
 
 struct HeaderCase {
   const char* name;
@@ -385,25 +307,20 @@ struct HeaderCase {
 
 void PrintTo(const HeaderCase& c, std::ostream* os) { *os << c.name; }
 
-// A code that decodes to something, so that only the header decides.
+// A code that decodes to something, so only the header decides.
 const Bytes kBody = {0x12, 0x34, 0x56, 0x78, 0x9A, 0xBC, 0xDE, 0xF0, 0x11, 0x22, 0x33, 0x44};
 
 std::vector<HeaderCase> HeaderCases() {
   return {
-      // Order bits 0 mean order 1, whatever the other fields say.
       {"OrderOne", Concat({0x00, 0x00}, kBody), kBadData},
       {"OrderOneLargeMemory", Concat({0xF0, 0x0F}, kBody), kBadData},
-      {"OrderOneCutOff", Concat({0x00, 0x10}, kBody), kBadData},
-      // Restore methods 3 to 15 do not exist.
       {"MethodThree", Concat({0x05, 0x30}, kBody), kBadData},
-      {"MethodFifteen", Concat({0x05, 0xF0}, kBody), kBadData},
       {"MethodFifteenOrderOne", Concat({0x00, 0xF0}, kBody), kBadData},
-      // Too short for the header or for the start of the code.
       {"NoBytes", {}, kReadPastEnd},
       {"OneHeaderByte", {0x05}, kReadPastEnd},
       {"HeaderOnly", {0x05, 0x00}, kReadPastEnd},
       {"ThreeCodeBytes", {0x05, 0x00, 0x00, 0x00, 0x00}, kReadPastEnd},
-      // A code at the top of the range lies past every symbol and escape of the order-0 context.
+      // Past every symbol and escape of the order-0 context.
       {"CodeAllOnes", Concat({0x05, 0x00}, Bytes(8, 0xFF)), kBadData},
   };
 }
@@ -422,23 +339,16 @@ INSTANTIATE_TEST_SUITE_P(PPMd, PPMdHeader, testing::ValuesIn(HeaderCases()),
                          [](const auto& row) { return std::string(row.param.name); });
 
 TEST(PPMdHeaderFields, ParseAsWritten) {
-  const RkPPMdDecoder::Header lowest = RkPPMdDecoder::ParseHeader(0x0001);
-  EXPECT_EQ(lowest.order, 2u);
-  EXPECT_EQ(lowest.memorySize, 1u << 20);
-  EXPECT_EQ(lowest.method, 0u);
-  const RkPPMdDecoder::Header highest = RkPPMdDecoder::ParseHeader(0x2FFF);
-  EXPECT_EQ(highest.order, 16u);
-  EXPECT_EQ(highest.memorySize, 256u << 20);
-  EXPECT_EQ(highest.method, 2u);
-  const RkPPMdDecoder::Header mixed = RkPPMdDecoder::ParseHeader(0x1075);
-  EXPECT_EQ(mixed.order, 6u);
-  EXPECT_EQ(mixed.memorySize, 8u << 20);
-  EXPECT_EQ(mixed.method, 1u);
+  const struct { uint16_t bits; unsigned order, memMiB, method; } cases[] = {
+      {0x0001, 2, 1, 0}, {0x2FFF, 16, 256, 2}, {0x1075, 6, 8, 1}};
+  for (const auto& c : cases) {
+    const RkPPMdDecoder::Header h = RkPPMdDecoder::ParseHeader(c.bits);
+    EXPECT_EQ(h.order, c.order);
+    EXPECT_EQ(h.memorySize, c.memMiB << 20);
+    EXPECT_EQ(h.method, c.method);
+  }
 }
 
-// ---- Damaged streams.
-
-// A stream cut anywhere ends before its end mark: the node asks for more and gets 7006.
 TEST_F(PPMdDecoder, TruncatedStreamRaisesReadPastEnd) {
   const Bytes data = MakeData(Kind::kText, 20000);
   const Bytes stream = OwnStream(data, 6, 1, 1);
@@ -449,15 +359,12 @@ TEST_F(PPMdDecoder, TruncatedStreamRaisesReadPastEnd) {
       SCOPED_TRACE("cut at " + std::to_string(cut) + ", " + blocks.name);
       const PPMdRun run = DecodeStream(truncated, blocks.input, blocks.output);
       EXPECT_TRUE(FailedWith(run.result, kReadPastEnd));
-      // What came out before the end is the start of the file.
       EXPECT_TRUE(std::equal(run.result.output.begin(), run.result.output.end(), data.begin()));
     }
   }
 }
 
-// Bytes that no encoder wrote, behind every valid header shape: the node must end with a clean
-// error (or, by chance, an end mark) and never crash or hang; the watchdog of RunNode turns a
-// hang into a failure.
+// Random bytes behind valid headers: a clean error (or by chance an end mark), no crash or hang.
 TEST_F(PPMdDecoder, GarbageEndsCleanly) {
   for (uint32_t seed = 1; seed <= 60; ++seed) {
     const unsigned order = 2 + seed % 15;
@@ -473,22 +380,7 @@ TEST_F(PPMdDecoder, GarbageEndsCleanly) {
   }
 }
 
-// What follows the end mark is not the node's: it is not read, and the source stops quietly.
-TEST_F(PPMdDecoder, LeavesTheBytesAfterTheEndMark) {
-  const Bytes data = MakeData(Kind::kBinary, 50000);
-  const Bytes stream = OwnStream(data, 8, 1, 0);
-  const Bytes padded = Concat(stream, RandomData(100000, 3, 256));
-  for (const Blocks& blocks : {kLargeBlocks, kOddBlocks}) {
-    SCOPED_TRACE(blocks.name);
-    const PPMdRun run = DecodeStream(padded, blocks.input, blocks.output);
-    EXPECT_TRUE(Decoded(run.result, data));
-    EXPECT_EQ(run.result.bytesRead, stream.size());
-  }
-}
-
-// One node for a row of items, as the extraction pipe keeps it while the method stays 98: the
-// memory grows for a larger model and stays for a smaller one, and a failed item leaves nothing
-// behind for the next.
+// One node reused across items: memory grows for a larger model, and a failure leaves nothing behind.
 TEST_F(PPMdDecoder, NodeServesOneItemAfterAnother) {
   const Bytes text = MakeData(Kind::kText, 300000);
   const Bytes binary = MakeData(Kind::kBinary, 300000);
@@ -501,7 +393,7 @@ TEST_F(PPMdDecoder, NodeServesOneItemAfterAnother) {
     const Bytes* stream;
     const Bytes* data;  // null when the item must fail with 7006
   };
-  const Item items[] = {{&small, &text},   {&large, &binary}, {&small, &text}, {&broken, nullptr},
+  const Item items[] = {{&small, &text},    {&large, &binary}, {&small, &text},   {&broken, nullptr},
                         {&frozen, &binary}, {&small, &text},   {&broken, nullptr}, {&large, &binary}};
   const RkStreamSettings settings = SmallSettings(4096);
   RkPPMdDecoder node(nullptr, nullptr, settings);
@@ -517,9 +409,7 @@ TEST_F(PPMdDecoder, NodeServesOneItemAfterAnother) {
   }
 }
 
-// ---- Files written by another encoder.
-
-// The PPMd members of libarchive's zipx fixtures, with the CRC of each entry's central record.
+// Members written by another encoder, checked against their central-record CRC.
 TEST_F(PPMdDecoder, DecodesCorpusMembers) {
   RK_REQUIRE_CORPUS();
   int members = 0;
@@ -541,8 +431,7 @@ TEST_F(PPMdDecoder, DecodesCorpusMembers) {
   EXPECT_EQ(members, 4);
 }
 
-// Two damaged local entries that once crashed a reader: the bytes after each local header go
-// through the node, which must end with its own error.
+// Damaged entries that once crashed a reader must end with the node's own error.
 TEST_F(PPMdDecoder, CorpusCrashEntriesEndCleanly) {
   RK_REQUIRE_CORPUS();
   for (const char* name : {"libarchive/zip/test_read_format_zip_ppmd8_crash_1.zipx",
@@ -554,7 +443,8 @@ TEST_F(PPMdDecoder, CorpusCrashEntriesEndCleanly) {
     ASSERT_NE(local, file.end());
     const size_t at = static_cast<size_t>(local - file.begin());
     ASSERT_LE(at + 30, file.size());
-    const size_t data = std::min(file.size(), at + 30 + (file[at + 26] | file[at + 27] << 8) + (file[at + 28] | file[at + 29] << 8));
+    const size_t data =
+        std::min(file.size(), at + 30 + (file[at + 26] | file[at + 27] << 8) + (file[at + 28] | file[at + 29] << 8));
     const PPMdRun run = DecodeStream(Bytes(file.begin() + static_cast<long>(data), file.end()));
     ASSERT_TRUE(run.result.error);
     EXPECT_TRUE(run.result.error->code() == kBadData || run.result.error->code() == kReadPastEnd)

@@ -1,7 +1,5 @@
-// The xz node against files that the xz tool makes at test time (every check type, the branch
-// and delta filters, several blocks, sizes in the block headers, streams back to back with
-// padding), against every truncation and every bit flip of a small file, and against records
-// changed field by field with their CRCs made right again, so that the field itself is tested.
+// The xz node against files the xz tool makes at test time, every truncation and bit flip of a
+// small file, and records changed field by field with their CRCs made right again.
 #include <gtest/gtest.h>
 
 #include "RkCodecTestUtil.h"
@@ -24,7 +22,6 @@ void PutLe32(Bytes& b, size_t at, uint32_t v) {
 }
 uint32_t Crc(const Bytes& b, size_t at, size_t length) { return RkLib::RkCrc32(0, b.data() + at, length); }
 
-// The CRC32s that guard the records, made right after a field was changed.
 void FixStreamHeader(Bytes& f) { PutLe32(f, 8, Crc(f, 6, 2)); }
 void FixFooter(Bytes& f) { PutLe32(f, f.size() - 12, Crc(f, f.size() - 8, 6)); }
 void FixBlockHeader(Bytes& f, size_t at) {
@@ -32,8 +29,11 @@ void FixBlockHeader(Bytes& f, size_t at) {
   PutLe32(f, at + size - 4, Crc(f, at, size - 4));
 }
 
-// Offsets in a file of one stream whose first block header starts right after the stream header.
 constexpr size_t kFirstBlock = 12;
+// Change one byte of the first block header and fix its CRC.
+void SetBlock(Bytes& f, size_t at, uint8_t v) { f[at] = v, FixBlockHeader(f, kFirstBlock); }
+void AddBlock(Bytes& f, size_t at, int v) { SetBlock(f, at, static_cast<uint8_t>(f[at] + v)); }
+void OrBlock(Bytes& f, size_t at, uint8_t v) { OrBlock(f, at, v); }
 
 class XzFiles : public PipeTest {
  protected:
@@ -50,7 +50,7 @@ class XzFiles : public PipeTest {
   ScratchFolder folder_;
 };
 
-// Data that LZMA2 cannot shrink, so that it stores chunks as they are.
+// Incompressible, so LZMA2 stores chunks.
 Bytes Noise(size_t size) {
   Bytes out(size);
   uint64_t state = 88172645463325252ull;
@@ -73,17 +73,14 @@ const XzRoundTrip kXzRoundTrips[] = {
     {"NoCheck", "--check=none", 300000},
     {"Crc32", "--check=crc32", 300000},
     {"Sha256", "--check=sha256", 300000},
-    {"Fastest", "-0", 300000},
     {"BranchX86", "--x86 --lzma2=preset=6", 300000},
     {"BranchArm64", "--arm64 --lzma2", 100000},
-    {"Delta", "--delta=dist=4 --lzma2=preset=1", 300000},
-    {"ThreeFilters", "--x86 --delta=dist=2 --lzma2", 100000},
+    {"X86Delta", "--x86 --delta=dist=4 --lzma2=preset=1", 300000},
     {"ManyBlocks", "--block-size=20000 --check=crc32", 300000},
     // The threaded encoder writes both sizes into every block header.
     {"SizesInHeaders", "-T2 --block-size=50000 --check=sha256", 300000},
     {"StoredChunks", "", 200000, true},
     {"Empty", "", 0},
-    {"EmptyNoCheck", "--check=none", 0},
     {"OneByte", "", 1},
 };
 
@@ -113,7 +110,6 @@ TEST_F(XzFiles, StreamsBackToBackWithPaddingAreOneOutput) {
   const Bytes joined = Concat(Concat(Concat(Concat(Concat(xa, four), xb), xe), eight), xa);
   EXPECT_TRUE(Decoded(Decode<RkXzDecoder>(joined), Concat(Concat(a, b), a)));
   EXPECT_TRUE(Decoded(Decode<RkXzDecoder>(joined, SmallSettings(1), SmallSettings(7)), Concat(Concat(a, b), a)));
-  EXPECT_TRUE(Decoded(Decode<RkXzDecoder>(Concat(xb, eight)), b));
 }
 
 struct XzTail {
@@ -125,15 +121,14 @@ struct XzTail {
 class XzTails : public XzFiles, public testing::WithParamInterface<XzTail> {};
 
 TEST_P(XzTails, WhatFollowsAStreamIsPaddingOrAStream) {
-  const Bytes good = Compress(SampleData(1000));
-  EXPECT_TRUE(FailedWith(Decode<RkXzDecoder>(Concat(good, GetParam().tail)), GetParam().code));
-  EXPECT_TRUE(FailedWith(Decode<RkXzDecoder>(Concat(good, GetParam().tail), SmallSettings(1), SmallSettings(64)),
-                         GetParam().code));
+  const Bytes bad = Concat(Compress(SampleData(1000)), GetParam().tail);
+  EXPECT_TRUE(FailedWith(Decode<RkXzDecoder>(bad), GetParam().code));
+  EXPECT_TRUE(FailedWith(Decode<RkXzDecoder>(bad, SmallSettings(1), SmallSettings(64)), GetParam().code));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     PipeNodes, XzTails,
-    testing::Values(XzTail{"PaddingOfThree", Bytes(3, 0), kBadHeader}, XzTail{"PaddingOfFive", Bytes(5, 0), kBadHeader},
+    testing::Values(XzTail{"PaddingOfThree", Bytes(3, 0), kBadHeader},
                     XzTail{"PaddingThenGarbage", Concat(Bytes(4, 0), FromString("garbage and more")), kBadHeader},
                     XzTail{"ShortGarbage", FromString("garbage"), kReadPastEnd},
                     XzTail{"LongGarbage", FromString("garbage after the stream"), kBadHeader},
@@ -149,7 +144,6 @@ TEST_F(XzFiles, EveryTruncationOfASmallFileIsTooShort) {
   }
 }
 
-// Every record and the data are guarded, by a CRC or by the check: no flip passes.
 TEST_F(XzFiles, EveryBitFlipOfASmallFileFails) {
   const Bytes good = Compress(FromString("hello, hello, hello, xz"));
   for (size_t at = 0; at < good.size(); ++at) {
@@ -169,8 +163,7 @@ TEST_F(XzFiles, EveryBitFlipOfASmallFileFails) {
 struct XzField {
   const char* name;
   const char* options;
-  // Changes one field of a good file and makes the CRC over it right again.
-  void (*change)(Bytes& file);
+  void (*change)(Bytes& file);  // changes a field and fixes the CRC over it
   uint32_t code;  // 0: decodes to the original data
 };
 
@@ -188,128 +181,41 @@ TEST_P(XzFields, AreCheckedForThemselves) {
   }
 }
 
-// Offsets in the first block header of the threaded encoder's files: size byte, flags, the
-// compressed size (2 bytes for these sizes), the uncompressed size (2 bytes: 1000), then LZMA2.
-constexpr size_t kSizedHeaderCompressed = kFirstBlock + 2;
-constexpr size_t kSizedHeaderUncompressed = kFirstBlock + 4;
-constexpr size_t kSizedHeaderDictionary = kFirstBlock + 8;
-// In the single-threaded encoder's header: size byte, flags, LZMA2 id, property size, dictionary.
-constexpr size_t kPlainHeaderDictionary = kFirstBlock + 4;
+// Threaded encoder: size byte, flags, compressed size (2), uncompressed size (2), LZMA2.
+constexpr size_t kSizedPacked = kFirstBlock + 2;
+constexpr size_t kSizedRaw = kFirstBlock + 4;
+constexpr size_t kSizedDict = kFirstBlock + 8;
+// Single-threaded: size byte, flags, LZMA2 id, property size, dictionary.
+constexpr size_t kPlainDict = kFirstBlock + 4;
 const char* const kSized = "-T2 --block-size=1000";
 
 INSTANTIATE_TEST_SUITE_P(
     PipeNodes, XzFields,
     testing::Values(
-        // The dictionary byte: 40 is 4 GiB less one, refused before it is allocated; 41 is no size.
-        XzField{"Dictionary4GiB", "",
-                [](Bytes& f) {
-                  f[kPlainHeaderDictionary] = 40;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kTooLarge},
-        XzField{"Dictionary3GiB", "",
-                [](Bytes& f) {
-                  f[kPlainHeaderDictionary] = 39;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kTooLarge},
-        XzField{"DictionaryByte41", "",
-                [](Bytes& f) {
-                  f[kPlainHeaderDictionary] = 41;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kBadHeader},
-        XzField{"DictionaryReservedBits", "",
-                [](Bytes& f) {
-                  f[kPlainHeaderDictionary] |= 0x40;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kBadHeader},
+        // Dictionary byte 40 is 4 GiB - 1 (refused before allocating); 41 is no size.
+        XzField{"Dictionary4GiB", "", [](Bytes& f) { SetBlock(f, kPlainDict, 40); }, kTooLarge},
+        XzField{"DictionaryByte41", "", [](Bytes& f) { SetBlock(f, kPlainDict, 41); }, kBadHeader},
+        XzField{"DictionaryReservedBits", "", [](Bytes& f) { OrBlock(f, kPlainDict, 0x40); }, kBadHeader},
         // With the block's size in its header the window needs no more than that.
-        XzField{"Dictionary4GiBForASmallBlock", kSized,
-                [](Bytes& f) {
-                  f[kSizedHeaderDictionary] = 40;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                0},
-        XzField{"UncompressedSizeSmaller", kSized,
-                [](Bytes& f) {
-                  f[kSizedHeaderUncompressed] -= 1;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kBadData},
-        XzField{"UncompressedSizeLarger", kSized,
-                [](Bytes& f) {
-                  f[kSizedHeaderUncompressed] += 1;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kBadData},
-        XzField{"CompressedSizeSmaller", kSized,
-                [](Bytes& f) {
-                  f[kSizedHeaderCompressed] -= 1;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kBadData},
-        XzField{"CompressedSizeLarger", kSized,
-                [](Bytes& f) {
-                  f[kSizedHeaderCompressed] += 1;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kBadData},
-        XzField{"BlockFlagsReserved", "",
-                [](Bytes& f) {
-                  f[kFirstBlock + 1] |= 0x10;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kBadHeader},
-        XzField{"BlockHeaderPadding", "",
-                [](Bytes& f) {
-                  f[kFirstBlock + 6] = 1;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kBadHeader},
-        XzField{"UnknownFilter", "",
-                [](Bytes& f) {
-                  f[kFirstBlock + 2] = 0x30;
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kBadHeader},
-        // LZMA2 cannot come before another filter.
-        XzField{"Lzma2NotLast", "",
-                [](Bytes& f) {
-                  f[kFirstBlock + 1] = 1;                          // two filters
-                  f[kFirstBlock + 5] = 3;                          // then delta
-                  f[kFirstBlock + 6] = 1, f[kFirstBlock + 7] = 0;  // one property: distance 1
-                  FixBlockHeader(f, kFirstBlock);
-                },
-                kBadHeader},
-        XzField{"StreamFlagsReserved", "",
-                [](Bytes& f) {
-                  f[6] = 1;
-                  FixStreamHeader(f);
-                },
-                kBadHeader},
-        XzField{"FooterCheckTypeDiffers", "",
-                [](Bytes& f) {
-                  f[f.size() - 3] = 1;
-                  FixFooter(f);
-                },
-                kBadHeader},
-        XzField{"BackwardSizeDiffers", "",
-                [](Bytes& f) {
-                  f[f.size() - 8] += 1;
-                  FixFooter(f);
-                },
-                kBadHeader},
+        XzField{"Dictionary4GiBForASmallBlock", kSized, [](Bytes& f) { SetBlock(f, kSizedDict, 40); }, 0},
+        XzField{"UncompressedSizeSmaller", kSized, [](Bytes& f) { AddBlock(f, kSizedRaw, -1); }, kBadData},
+        XzField{"UncompressedSizeLarger", kSized, [](Bytes& f) { AddBlock(f, kSizedRaw, 1); }, kBadData},
+        XzField{"CompressedSizeSmaller", kSized, [](Bytes& f) { AddBlock(f, kSizedPacked, -1); }, kBadData},
+        XzField{"CompressedSizeLarger", kSized, [](Bytes& f) { AddBlock(f, kSizedPacked, 1); }, kBadData},
+        XzField{"BlockFlagsReserved", "", [](Bytes& f) { OrBlock(f, kFirstBlock + 1, 0x10); }, kBadHeader},
+        XzField{"BlockHeaderPadding", "", [](Bytes& f) { SetBlock(f, kFirstBlock + 6, 1); }, kBadHeader},
+        XzField{"UnknownFilter", "", [](Bytes& f) { SetBlock(f, kFirstBlock + 2, 0x30); }, kBadHeader},
+        // Two filters, LZMA2 then delta (distance 1): LZMA2 must be last.
+        XzField{"Lzma2NotLast", "", [](Bytes& f) {
+                  f[kFirstBlock + 1] = 1, f[kFirstBlock + 5] = 3, f[kFirstBlock + 6] = 1, f[kFirstBlock + 7] = 0;
+                  FixBlockHeader(f, kFirstBlock); }, kBadHeader},
+        XzField{"StreamFlagsReserved", "", [](Bytes& f) { f[6] = 1, FixStreamHeader(f); }, kBadHeader},
+        XzField{"FooterCheckTypeDiffers", "", [](Bytes& f) { f[f.size() - 3] = 1, FixFooter(f); }, kBadHeader},
+        XzField{"BackwardSizeDiffers", "", [](Bytes& f) { f[f.size() - 8] += 1, FixFooter(f); }, kBadHeader},
         XzField{"CheckValue", "--check=crc32", [](Bytes& f) { f[f.size() - 12 - 12 - 1] ^= 1; }, kBadData},
-        // The types without a verifier are skipped by their size: 2 is a 4-byte type like CRC32.
+        // Check types without a verifier are skipped by size: 2 is 4 bytes like CRC32.
         XzField{"ReservedCheckType", "--check=crc32",
-                [](Bytes& f) {
-                  f[7] = 2;
-                  FixStreamHeader(f), f[f.size() - 3] = 2;
-                  FixFooter(f);
-                },
-                0}),
+                [](Bytes& f) { f[7] = 2, FixStreamHeader(f), f[f.size() - 3] = 2, FixFooter(f); }, 0}),
     [](const auto& row) { return std::string(row.param.name); });
 
 TEST_F(XzFiles, AResetNodeDecodesCleanlyAfterAFailure) {
@@ -322,13 +228,9 @@ TEST_F(XzFiles, AResetNodeDecodesCleanlyAfterAFailure) {
   EXPECT_TRUE(RunNode(node, bad, settings).error);
   node.Reset();
   EXPECT_TRUE(Decoded(RunNode(node, good, settings), data));
-  node.Reset();
-  EXPECT_TRUE(Decoded(RunNode(node, Compress(data, "--check=sha256"), settings), data));
 }
 
-// ---- The block header parser on its own, with headers built field by field.
-
-// A block header of `fields` after the size byte, padded and closed with its CRC32.
+// ---- The block header parser on its own: `fields` after the size byte, padded, CRC32 closed.
 Bytes BlockHeader(const Bytes& fields) {
   Bytes b = {0};
   b.insert(b.end(), fields.begin(), fields.end());
@@ -366,7 +268,6 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(HeaderCase{"Lzma2", {0x00, 0x21, 0x01, 0x16}, 0},
                     HeaderCase{"BothSizes", {0xC0, 0x80, 0x01, 0x05, 0x21, 0x01, 0x16}, 0},
                     HeaderCase{"X86WithStartOffset", {0x01, 0x04, 0x04, 1, 2, 3, 4, 0x21, 0x01, 0x16}, 0},
-                    HeaderCase{"DeltaLzma2", {0x01, 0x03, 0x01, 0x00, 0x21, 0x01, 0x16}, 0},
                     HeaderCase{
                         "FourFilters", {0x03, 0x03, 0x01, 0x00, 0x04, 0x00, 0x03, 0x01, 0x01, 0x21, 0x01, 0x16}, 0},
                     HeaderCase{"CompressedSizeZero", {0x40, 0x00, 0x21, 0x01, 0x16}, kBadHeader},
@@ -389,13 +290,6 @@ INSTANTIATE_TEST_SUITE_P(
                     HeaderCase{"ReservedFlag", {0x20, 0x21, 0x01, 0x16}, kBadHeader},
                     HeaderCase{"NonZeroPadding", {0x00, 0x21, 0x01, 0x16, 0x01}, kBadHeader}),
     [](const auto& row) { return std::string(row.param.name); });
-
-TEST(XzBlockHeaderCrc, AChangedByteIsABadHeader) {
-  Bytes header = BlockHeader({0x00, 0x21, 0x01, 0x16});
-  header[3] ^= 1;
-  EXPECT_THROW(RkPipeLib::RkXzParseBlockHeader(header.data(), static_cast<uint32_t>(header.size()), 8),
-               RkLib::RkSevereError);
-}
 
 }  // namespace
 }  // namespace RkPipeTest
