@@ -33,7 +33,7 @@ constexpr size_t kFirstBlock = 12;
 // Change one byte of the first block header and fix its CRC.
 void SetBlock(Bytes& f, size_t at, uint8_t v) { f[at] = v, FixBlockHeader(f, kFirstBlock); }
 void AddBlock(Bytes& f, size_t at, int v) { SetBlock(f, at, static_cast<uint8_t>(f[at] + v)); }
-void OrBlock(Bytes& f, size_t at, uint8_t v) { OrBlock(f, at, v); }
+void OrBlock(Bytes& f, size_t at, uint8_t v) { SetBlock(f, at, static_cast<uint8_t>(f[at] | v)); }
 
 class XzFiles : public PipeTest {
  protected:
