@@ -3,6 +3,8 @@
 #include <boost/thread/condition_variable.hpp>
 #include <boost/thread/mutex.hpp>
 #include <boost/thread/thread_only.hpp>
+#include <chrono>
+#include <thread>
 
 namespace RkPipeLib {
 
@@ -26,10 +28,42 @@ namespace {
 
 // Boost's condition variable, because its wait is an interruption point that an interrupt
 // request wakes: that is how the pipe ends a thread that waits here for good.
+//
+// A side that must wait spins for a short while before it sleeps. Waking a sleeper costs the
+// waker a system call (and on a virtual machine an inter-processor interrupt), about a tenth of
+// a link's time per buffer when the buffers fly; a waiter that is still spinning needs no wake.
+// The spin adapts: it grows while hand-overs come within it and halves each time one does not,
+// so a slow pipe soon spins next to nothing.
 struct RkDStream::Sync {
+  struct Side {
+    boost::condition_variable wake;
+    int sleeping = 0;                 // guarded by the lock
+    std::atomic<uint32_t> events{0};  // bumped under the lock whenever this side may go on
+    int64_t spinNs = kSpinMaxNs / 2;  // the side's own thread only
+  };
+  using Clock = std::chrono::steady_clock;
+  static constexpr int64_t kSpinMaxNs = 100'000;
+  static constexpr int64_t kSpinMinNs = 1'000;
+
   boost::mutex lock;
-  boost::condition_variable producerWake;  // the free ring gained a buffer, or a consumer flag was set
-  boost::condition_variable consumerWake;  // the filled ring gained a buffer, or a producer flag was set
+  Side producer;  // the free ring gained a buffer, or a consumer flag was set
+  Side consumer;  // the filled ring gained a buffer, or a producer flag was set
+
+  // Under the lock: tells `side` that it may go on; true when it sleeps and must be woken
+  // (after the lock is let go, so that it does not wake into a held lock).
+  static bool Post(Side& side) {
+    side.events.fetch_add(1, std::memory_order_release);
+    return side.sleeping != 0;
+  }
+  // One wait of a side: the first pass spins, the others sleep.
+  struct Waiting {
+    int passes = 0;
+    Clock::time_point start;
+  };
+  // Under the lock, which it lets go and takes again; the caller tests its condition after each
+  // return.
+  static void Wait(Side& side, Lock& lock, Waiting& waiting);
+  static void Spin(Side& side, Lock& lock);
 
   // The waits of the two sides; each tests the flags again after every wake-up.
   static void WaitFree(RkDStream& s, Lock& lock, bool raiseStatus);
@@ -39,20 +73,65 @@ struct RkDStream::Sync {
   static bool CheckEnd(RkDStream& s);
 };
 
+void RkDStream::Sync::Spin(Side& side, Lock& lock) {
+  const uint32_t seen = side.events.load(std::memory_order_acquire);
+  lock.unlock();
+  const Clock::time_point start = Clock::now();
+  for (uint32_t i = 1; side.events.load(std::memory_order_acquire) == seen; ++i) {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+    if (i % 64 == 0) {
+      if (Clock::now() - start > std::chrono::nanoseconds(side.spinNs)) break;
+      // Another spinner may share this processor; let it look too.
+      std::this_thread::yield();
+    }
+  }
+  lock.lock();
+}
+
+void RkDStream::Sync::Wait(Side& side, Lock& lock, Waiting& waiting) {
+  static const bool kSeveralCpus = std::thread::hardware_concurrency() > 1;
+  if (waiting.passes++ == 0) {
+    waiting.start = Clock::now();
+    // Whether or not the spin saw a post, the caller looks again under the lock: a post may
+    // have come between the spin's end and the lock.
+    if (kSeveralCpus) {
+      Spin(side, lock);
+      return;
+    }
+  }
+  {
+    ++side.sleeping;
+    struct Awake {
+      int& sleeping;
+      ~Awake() { --sleeping; }
+    } awake{side.sleeping};
+    side.wake.wait(lock);
+  }
+  if (waiting.passes != 2) return;
+  // The spin for the next wait: twice this hand-over when it was short, half the last spin when
+  // it was not.
+  const int64_t waited = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - waiting.start).count();
+  side.spinNs = waited <= kSpinMaxNs / 2 ? std::max(kSpinMinNs, 2 * waited) : std::max(kSpinMinNs, side.spinNs / 2);
+}
+
 void RkDStream::Sync::WaitFree(RkDStream& s, Lock& lock, bool raiseStatus) {
+  Waiting waiting;
   while (!s.freeRing_.headBuffer()) {
     if (s.consumerFailed_) throw RkFatalError(kPipeDownstreamFailed);
     if (s.consumerDone_) throw RkNoError(0);
     if (raiseStatus && s.producerFailed_) Raise(s.status_);
-    s.sync_->producerWake.wait(lock);
+    Wait(s.sync_->producer, lock, waiting);
   }
 }
 
 void RkDStream::Sync::WaitFilled(RkDStream& s, Lock& lock) {
+  Waiting waiting;
   while (!s.filledRing_.headBuffer()) {
     if (s.producerFailed_) Raise(s.status_);
     if (s.consumerDone_) throw RkNoError(0);
-    s.sync_->consumerWake.wait(lock);
+    Wait(s.sync_->consumer, lock, waiting);
   }
 }
 
@@ -123,11 +202,13 @@ RkPipeBuffer* RkDStream::getFree() {
 }
 
 void RkDStream::put(RkPipeBuffer* buffer) {
+  bool wake;
   {
     Lock lock(sync_->lock);
     filledRing_.push(buffer);
+    wake = Sync::Post(sync_->consumer);
   }
-  sync_->consumerWake.notify_one();
+  if (wake) sync_->consumer.wake.notify_one();
 }
 
 void RkDStream::returnFree(RkPipeBuffer* buffer) {
@@ -147,7 +228,8 @@ void RkDStream::finish(RkPipeBuffer* current) {
   RkPipeBuffer* head = freeRing_.headBuffer();
   if (head && head->length() != 0) {  // what write() left behind
     filledRing_.push(freeRing_.popHead());
-    sync_->consumerWake.notify_one();
+    // Woken while the lock is held, since the wait below keeps it.
+    if (Sync::Post(sync_->consumer)) sync_->consumer.wake.notify_one();
   }
   Sync::WaitFree(*this, lock, true);
   RkPipeBuffer* mark = freeRing_.popHead();
@@ -155,8 +237,9 @@ void RkDStream::finish(RkPipeBuffer* current) {
   filledRing_.push(mark);
   // Set here as well as by setLast, so that the end of the output is known the moment it is sent.
   lastSeen_ = true;
+  const bool wake = Sync::Post(sync_->consumer);
   lock.unlock();
-  sync_->consumerWake.notify_one();
+  if (wake) sync_->consumer.wake.notify_one();
 }
 
 void RkDStream::setLast() {
@@ -175,8 +258,9 @@ RkPipeBuffer* RkDStream::take(RkPipeBuffer*& exchange) {
   RkPipeBuffer* head = filledRing_.popHead();
   exchange->reset();
   freeRing_.push(exchange);
+  const bool wake = Sync::Post(sync_->producer);
   lock.unlock();
-  sync_->producerWake.notify_one();
+  if (wake) sync_->producer.wake.notify_one();
   exchange = nullptr;
   return head;
 }
@@ -187,8 +271,9 @@ void RkDStream::failConsumer() {
   {
     Lock lock(sync_->lock);
     consumerFailed_ = true;
+    Sync::Post(sync_->producer);
   }
-  sync_->producerWake.notify_one();
+  sync_->producer.wake.notify_one();
 }
 
 void RkDStream::failProducer(const RkErrorInfo& status) {
@@ -196,16 +281,18 @@ void RkDStream::failProducer(const RkErrorInfo& status) {
     Lock lock(sync_->lock);
     status_ = status;
     producerFailed_ = true;
+    Sync::Post(sync_->consumer);
   }
-  sync_->consumerWake.notify_one();
+  sync_->consumer.wake.notify_one();
 }
 
 void RkDStream::consumerFinished() {
   {
     Lock lock(sync_->lock);
     consumerDone_ = true;
+    Sync::Post(sync_->producer);
   }
-  sync_->producerWake.notify_one();
+  sync_->producer.wake.notify_one();
 }
 
 void RkDStream::Reset() {
@@ -234,14 +321,16 @@ bool RkDStream::acquireReadBuffer() {
 
 void RkDStream::releaseReadBuffer() {
   boost::this_thread::interruption_point();
+  bool wake;
   {
     Lock lock(sync_->lock);
     RK_ASSERT(filledRing_.headBuffer() == readBuffer_);
     filledRing_.popHead();
     readBuffer_->reset();
     freeRing_.push(readBuffer_);
+    wake = Sync::Post(sync_->producer);
   }
-  sync_->producerWake.notify_one();
+  if (wake) sync_->producer.wake.notify_one();
   readBuffer_ = nullptr;
 }
 
@@ -291,12 +380,14 @@ void RkDStream::acquireWriteBuffer() {
 
 void RkDStream::passWriteBuffer() {
   boost::this_thread::interruption_point();
+  bool wake;
   {
     Lock lock(sync_->lock);
     RK_ASSERT(freeRing_.headBuffer() == writeBuffer_);
     filledRing_.push(freeRing_.popHead());
+    wake = Sync::Post(sync_->consumer);
   }
-  sync_->consumerWake.notify_one();
+  if (wake) sync_->consumer.wake.notify_one();
   writeBuffer_ = nullptr;
 }
 

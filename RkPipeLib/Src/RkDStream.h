@@ -12,7 +12,8 @@
 //
 // Blocking. getFree, finish and write wait for a free buffer; take and read wait for a filled
 // one. No wait has a timeout: each ends by a buffer, by a flag that the other side sets, or by a
-// thread interruption request (every wait is an interruption point of Boost.Thread). A wait that
+// thread interruption request (every sleep is an interruption point of Boost.Thread; a wait first
+// spins for at most 100 µs, see RkDStream.cpp). A wait that
 // ends by a flag throws: consumerFailed gives RkFatalError(7003), consumerDone RkNoError(0),
 // producerFailed re-raises the producer's own failure.
 //
