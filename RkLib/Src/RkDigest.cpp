@@ -46,7 +46,7 @@ std::unique_ptr<RkDigestFunction> RkDigestFunction::Create(uint32_t kind) {
 
 RkDigestFunction::~RkDigestFunction() = default;
 
-void RkDigestFunction::Reset() { std::memset(value_.bytes, 0, sizeof value_.bytes); }
+void RkDigestFunction::Reset() { value_ = RkDigestValue(); }
 
 bool RkDigestFunction::IsValueEmpty(const RkDigestValue& value) const {
   return LoadLe(value.bytes + 4, 4) == 0;
@@ -80,6 +80,7 @@ void RkDigestCrc<Word, Kind, Fold>::Reset() {
 
 template <typename Word, uint32_t Kind, Word (*Fold)(Word, const void*, size_t)>
 void RkDigestCrc<Word, Kind, Fold>::Finish() {
+  value_.kind = Kind;
   StoreLe(crc_, sizeof(Word), value_.bytes);
 }
 
@@ -135,6 +136,7 @@ void RkDigestEvp::Finish() {
                   EVP_DigestFinal_ex(copy, digest, &written) == 1 && written == length_;
   EVP_MD_CTX_free(copy);
   if (ok) {
+    value_.kind = GetKind();
     std::memcpy(value_.bytes, digest, length_);
   } else {
     valid_ = false;

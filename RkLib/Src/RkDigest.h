@@ -35,8 +35,9 @@ struct RkDigestValue {
 static_assert(sizeof(RkDigestValue) == 40, "archive records store the value as 40 bytes");
 
 // The base is also the kind that computes nothing. A digest runs Reset, any number of Update
-// calls, then Finish, after which GetValue holds the digest of the bytes so far. Finish leaves the
-// running state alone, so Update may go on and a later Finish covers the longer input.
+// calls, then Finish, after which GetValue holds the kind and the digest of the bytes so far.
+// Finish leaves the running state alone, so Update may go on and a later Finish covers the longer
+// input.
 class RkDigestFunction {
  public:
   // An unknown kind is an assertion failure: kinds come from our own records, never raw input.
@@ -50,7 +51,8 @@ class RkDigestFunction {
   virtual uint32_t GetKind() const { return kDigestNone; }
   // Digest bytes.
   virtual size_t GetLength() const { return 0; }
-  // Zeroes the digest bytes of the value (the kind stays) and starts a new input.
+  // Zeroes the whole value, kind included, and starts a new input: until the next Finish the value
+  // reads as empty, so a stage that stops early never leaves the digest of an earlier item behind.
   virtual void Reset();
   virtual void Finish() {}
   // False when the library behind a hash could not set it up; such an object ignores its input.

@@ -1,9 +1,11 @@
 #include "RkError.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cwchar>
-#include <string>
 #include <utility>
 
 #include "RkString.h"
@@ -38,31 +40,50 @@ void RkErrorInfo::Throw() const {
 
 namespace {
 
-// stdout may already be byte-oriented (the host printed with printf) or wide-oriented; writing
-// in the wrong orientation would drop the line, so follow whatever the stream already is.
-void WriteFatalLine(const char* what, const char16_t* file, int line) {
-  std::string text = "\nFATAL ERROR: ";
-  text += what;
-  text += " in Module: ";
-  text += RkString(file).toUtf8();
-  text += " Line number: ";
-  text += std::to_string(line);
-  text += "\n";
-  if (std::fwide(stdout, 0) > 0) {
-    std::fwprintf(stdout, L"%s", RkString::FromUtf8(text).toWchar().c_str());
-  } else {
-    std::fputs(text.c_str(), stdout);
+// The handlers run when something is already wrong, often when memory has run out, so they
+// allocate nothing: the line is built in a stack buffer and written to the descriptor of standard
+// output. Writing there directly also sidesteps the stream's byte or wide orientation, which a
+// host may have fixed either way. A file name too long for the buffer is cut short.
+void WriteFatalLine(const char* what, const char16_t* file, int line) noexcept {
+  char text[4096];
+  int used = std::snprintf(text, sizeof text, "\nFATAL ERROR: %s in Module: ", what);
+  size_t n = used > 0 ? static_cast<size_t>(used) : 0;
+  constexpr size_t kTailRoom = 48;  // " Line number: ", the number and the line end
+  for (const char16_t* p = file; p && *p; ++p) {
+    char32_t c = *p;
+    if (c >= 0xD800 && c <= 0xDBFF && p[1] >= 0xDC00 && p[1] <= 0xDFFF) {
+      c = 0x10000 + ((c - 0xD800) << 10) + (char32_t(p[1]) - 0xDC00);
+      ++p;
+    } else if (c >= 0xD800 && c <= 0xDFFF) {
+      c = 0xFFFD;
+    }
+    if (n + RkUtf8Length(c) + kTailRoom > sizeof text) break;
+    n += RkPutUtf8(text + n, c);
+  }
+  used = std::snprintf(text + n, sizeof text - n, " Line number: %d\n", line);
+  if (used > 0) n += std::min(static_cast<size_t>(used), sizeof text - n - 1);
+  // Whatever the process printed before comes first; fflush allocates nothing.
+  std::fflush(stdout);
+  for (size_t done = 0; done < n;) {
+    const ssize_t wrote = ::write(STDOUT_FILENO, text + done, n - done);
+    if (wrote > 0) {
+      done += static_cast<size_t>(wrote);
+    } else if (wrote < 0 && errno == EINTR) {
+      continue;
+    } else {
+      break;
+    }
   }
 }
 
 }  // namespace
 
-void RkAssertFailure(const char16_t* file, int line) {
+void RkAssertFailure(const char16_t* file, int line) noexcept {
   WriteFatalLine("assert failure", file, line);
   std::exit(kFatalExitStatus);
 }
 
-void RkApiFailure(const char16_t* file, int line) {
+void RkApiFailure(const char16_t* file, int line) noexcept {
   WriteFatalLine("unexpected API Failure", file, line);
   std::exit(kFatalExitStatus);
 }

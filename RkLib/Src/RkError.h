@@ -138,9 +138,10 @@ class RkErrorInfo {
 };
 
 // The two fatal handlers. Each writes its line to the (wide) standard output and ends the
-// process with status 999, which a POSIX parent sees as 999 & 0xFF = 231. They never return.
-[[noreturn]] void RkAssertFailure(const char16_t* file, int line);
-[[noreturn]] void RkApiFailure(const char16_t* file, int line);
+// process with status 999, which a POSIX parent sees as 999 & 0xFF = 231. They never return and
+// never throw, not even when memory has run out.
+[[noreturn]] void RkAssertFailure(const char16_t* file, int line) noexcept;
+[[noreturn]] void RkApiFailure(const char16_t* file, int line) noexcept;
 // Writes through a null pointer so that a crash reporter sees an access fault at the site.
 [[noreturn]] void RkFaultAtSite();
 

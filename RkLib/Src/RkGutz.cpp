@@ -84,24 +84,6 @@ void ForEachCodePoint(std::u16string_view s, Sink&& sink) {
   }
 }
 
-void AppendUtf8(std::string& out, char32_t c) {
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | (c >> 6));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += static_cast<char>(0xE0 | (c >> 12));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (c >> 18));
-    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
-}
-
 void AppendUtf16(std::u16string& out, char32_t c) {
   if (c < 0x10000) {
     out += static_cast<char16_t>(c);
@@ -164,19 +146,36 @@ std::u16string DecodeUtf8(std::string_view s) {
   return out;
 }
 
-std::string Encode(std::u16string_view s, int selector) {
+size_t NarrowLength(std::u16string_view s, int selector) {
   CheckSelector(selector);
-  std::string out;
-  out.reserve(s.size());
+  size_t n = 0;
   if (selector == kNarrowUtf8) {
-    ForEachCodePoint(s, [&](char32_t c) { AppendUtf8(out, c); });
+    ForEachCodePoint(s, [&](char32_t c) { n += RkUtf8Length(c); });
+  } else {
+    ForEachCodePoint(s, [&](char32_t) { ++n; });
+  }
+  return n;
+}
+
+// Writes the narrow form into `out`, which holds exactly NarrowLength(s, selector) bytes: the
+// caller owns the storage, so a password never passes through a buffer that grows and leaves its
+// old block unwiped on the heap.
+void EncodeInto(std::u16string_view s, int selector, char* out) {
+  CheckSelector(selector);
+  if (selector == kNarrowUtf8) {
+    ForEachCodePoint(s, [&](char32_t c) { out += RkPutUtf8(out, c); });
   } else {
     const RkCodePage& cp = CodePage(selector);
     ForEachCodePoint(s, [&](char32_t c) {
       uint8_t b = c < 0x10000 ? cp.encode(static_cast<char16_t>(c)) : 0;
-      out += (b != 0 || c == 0) ? static_cast<char>(b) : '?';
+      *out++ = (b != 0 || c == 0) ? static_cast<char>(b) : '?';
     });
   }
+}
+
+std::string Encode(std::u16string_view s, int selector) {
+  std::string out(NarrowLength(s, selector), '\0');
+  EncodeInto(s, selector, out.data());
   return out;
 }
 
@@ -401,6 +400,14 @@ RkString RkFormatChar(const char16_t* format, char16_t value) {
 
 // ---------------------------------------------------------------------------------------------
 
+size_t RkPutUtf8(char* out, char32_t c) noexcept {
+  const size_t n = RkUtf8Length(c);
+  static constexpr unsigned char kLead[5] = {0, 0x00, 0xC0, 0xE0, 0xF0};
+  for (size_t k = n - 1; k > 0; --k, c >>= 6) out[k] = static_cast<char>(0x80 | (c & 0x3F));
+  out[0] = static_cast<char>(kLead[n] | c);
+  return n;
+}
+
 RkString::RkString(const char16_t* text) {
   if (text) body_ = text;
 }
@@ -442,23 +449,13 @@ RkString RkString::FormatV(const char16_t* format, va_list args) {
 
 std::string RkString::toNarrow(int selector) const { return Encode(body_, selector); }
 
-size_t RkString::narrowLength(int selector) const {
-  CheckSelector(selector);
-  if (selector != kNarrowUtf8) {
-    size_t n = 0;
-    ForEachCodePoint(body_, [&](char32_t) { ++n; });
-    return n;
-  }
-  size_t n = 0;
-  ForEachCodePoint(body_, [&](char32_t c) { n += c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4; });
-  return n;
-}
+size_t RkString::narrowLength(int selector) const { return NarrowLength(body_, selector); }
 
 void RkString::toNarrow(int selector, RkSecureBuffer& out) const {
-  std::string narrow = Encode(body_, selector);
-  out.Assign(narrow.data(), narrow.size());
-  out.AppendByte(0);
-  explicit_bzero(narrow.data(), narrow.size());
+  const size_t length = NarrowLength(body_, selector);
+  // Sized once, terminator included; any block the buffer gives up on the way is wiped by it.
+  out.Resize(length + 1, RkBuffer::kClearContents);
+  EncodeInto(body_, selector, reinterpret_cast<char*>(out.Data()));
 }
 
 std::wstring RkString::toWchar() const {

@@ -63,7 +63,8 @@ class RkString {
   // character and gives one '?'.
   std::string toNarrow(int selector) const;
   size_t narrowLength(int selector) const;
-  // The narrow form with a terminating zero into a pinned buffer, for passwords.
+  // The narrow form with a terminating zero into a pinned buffer, for passwords: it is written
+  // there directly, and no other copy of it is made.
   void toNarrow(int selector, RkSecureBuffer& out) const;
   std::string toUtf8() const { return toNarrow(kNarrowUtf8); }
   std::wstring toWchar() const;
@@ -130,5 +131,10 @@ RkString RkFormatChar(const char16_t* format, char16_t value);
 char16_t RkFoldCase(char16_t c);
 char16_t RkToUpper(char16_t c);
 int RkCompareNoCase(std::u16string_view a, std::u16string_view b);
+
+// The UTF-8 form of one code point (at most U+10FFFF), written with no allocation, for the code
+// that must not touch the heap. RkPutUtf8 writes RkUtf8Length(c) bytes and returns that count.
+constexpr size_t RkUtf8Length(char32_t c) noexcept { return c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4; }
+size_t RkPutUtf8(char* out, char32_t c) noexcept;
 
 }  // namespace RkLib

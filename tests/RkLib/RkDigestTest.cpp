@@ -134,16 +134,22 @@ TEST(RkDigest, UpdateGoesOnAfterFinish) {
   }
 }
 
-TEST(RkDigest, ResetClears) {
+// Reset zeroes all 40 bytes, the kind too; the next Finish brings the kind back with the digest.
+TEST(RkDigest, ResetZeroesTheWholeValue) {
   for (uint32_t kind : kAllKinds) {
     auto digest = RkDigestFunction::Create(kind);
     digest->Update("some bytes", 10);
     digest->Finish();
     digest->Reset();
     const RkDigestValue cleared = ValueOf(*digest);
-    EXPECT_EQ(cleared.kind, kind);
-    EXPECT_TRUE(AllZero(cleared.bytes, RkDigestValue::kMaxBytes)) << "kind " << kind;
+    EXPECT_EQ(cleared, RkDigestValue()) << "kind " << kind;
+    EXPECT_TRUE(digest->IsKindEmpty(cleared)) << "kind " << kind;
+    EXPECT_EQ(digest->GetKind(), kind);
 
+    digest->Update("abc", 3);
+    digest->Finish();
+    EXPECT_EQ(ValueOf(*digest), DigestOf(kind, "abc")) << "kind " << kind;
+    digest->Reset();
     digest->Finish();
     EXPECT_EQ(ValueOf(*digest), DigestOf(kind, "")) << "kind " << kind;
   }

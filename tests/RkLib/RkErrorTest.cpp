@@ -2,9 +2,13 @@
 
 #include "RkTestUtil.h"
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <new>
 #include <string>
 #include <thread>
 
@@ -16,6 +20,41 @@ namespace {
 
 void AssertFalseHere() { RK_ASSERT(false); }
 constexpr int kAssertLine = __LINE__ - 1;
+void ApiCheckFailsHere() { RK_API_CHECK(false); }
+constexpr int kApiCheckLine = __LINE__ - 1;
+
+std::string ExpectedLine(const std::string& what, int line) {
+  return "^\nFATAL ERROR: " + what + " in Module: [^ ]*RkErrorTest\\.cpp Line number: " + std::to_string(line) +
+         "\n$";
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;  // their runtimes reserve more address space than any cap allows
+#else
+constexpr bool kSanitized = false;
+#endif
+
+// Leaves the process no memory to spare: the address space is capped a little above what it uses
+// now, and what remains below the cap is taken by ever smaller blocks. Ends the process with 3 if
+// an allocation still succeeds afterwards, so that a pass cannot come from memory that was left.
+void ExhaustMemory() {
+  char statm[128] = {};
+  const int fd = ::open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+  if (fd < 0 || ::read(fd, statm, sizeof statm - 1) <= 0) _exit(3);
+  ::close(fd);
+  const rlim_t used = std::strtoull(statm, nullptr, 10) * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE));
+  const rlimit cap{used + (16u << 20), used + (16u << 20)};
+  if (::setrlimit(RLIMIT_AS, &cap) != 0) _exit(3);
+  // Through a volatile, so that the optimiser cannot drop allocations whose blocks go unused.
+  static void* volatile block;
+  for (size_t size = size_t{1} << 20; size >= 16; size /= 2) {
+    do {
+      block = std::malloc(size);
+    } while (block != nullptr);
+  }
+  block = new (std::nothrow) char[64];
+  if (block != nullptr) _exit(3);
+}
 
 // Catches whatever Throw()/rethrow() raise and reports class (by severity) and code.
 template <typename F>
@@ -131,19 +170,28 @@ TEST(RkAssertDeathTest, PrintsItsLineAndEndsWith999) {
         dup2(2, 1);
         AssertFalseHere();
       },
-      testing::ExitedWithCode(kFatalExitStatus & 0xFF),
-      "^\nFATAL ERROR: assert failure in Module: [^ ]*RkErrorTest\\.cpp Line number: " +
-          std::to_string(kAssertLine) + "\n$");
+      testing::ExitedWithCode(kFatalExitStatus & 0xFF), ExpectedLine("assert failure", kAssertLine));
 }
 
 TEST(RkAssertDeathTest, ApiFailureHasItsOwnText) {
   EXPECT_EXIT(
       {
         dup2(2, 1);
-        RK_API_CHECK(false);
+        ApiCheckFailsHere();
       },
-      testing::ExitedWithCode(kFatalExitStatus & 0xFF),
-      "FATAL ERROR: unexpected API Failure in Module: .*RkErrorTest\\.cpp Line number: [0-9]+");
+      testing::ExitedWithCode(kFatalExitStatus & 0xFF), ExpectedLine("unexpected API Failure", kApiCheckLine));
+}
+
+// An assertion is most likely where memory has run out; the line and the status must still come.
+TEST(RkAssertDeathTest, PrintsItsLineWithNoMemoryLeft) {
+  if (kSanitized) GTEST_SKIP() << "an address-space cap cannot be set under a sanitizer";
+  EXPECT_EXIT(
+      {
+        dup2(2, 1);
+        ExhaustMemory();
+        AssertFalseHere();
+      },
+      testing::ExitedWithCode(kFatalExitStatus & 0xFF), ExpectedLine("assert failure", kAssertLine));
 }
 
 TEST(RkAssertDeathTest, AssertionOnAWorkerThreadEndsTheProcess) {

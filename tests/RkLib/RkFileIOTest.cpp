@@ -1,16 +1,24 @@
 #include <gtest/gtest.h>
 
+#include "RkTestUtil.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "RkBOM.h"
 #include "RkFileIO.h"
+#include "RkFileOps.h"
 #include "RkFindFile.h"
 #include "RkGuid.h"
 #include "RkTimeStamp.h"
@@ -23,11 +31,14 @@ namespace {
 class RkFileTest : public testing::Test {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/rkfileio-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    std::string tmpl = testing::TempDir() + "rkfileio-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl.data()), nullptr);
     dir_ = tmpl;
   }
-  void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
+  void TearDown() override {
+    std::error_code ignored;
+    std::filesystem::remove_all(dir_, ignored);
+  }
 
   FidString Path(const std::string& name) const { return FidString::FromPosix(dir_ + "/" + name); }
   void Touch(const std::string& name, const std::string& content = "") const {
@@ -161,6 +172,179 @@ TEST_F(RkFileTest, BomOfAFileIsReadWithoutMovingThePosition) {
   EXPECT_EQ(f.Tell(), 3);
   ASSERT_TRUE(f.Open(Path("short"), "rb"));
   EXPECT_EQ(RkBOM::Detect(f), kBomNone);
+}
+
+// Path-level operations. Each row runs one operation on the same small tree and states the code
+// it must give and every entry it may change; all other entries must be as they were, so a row
+// also proves that nothing was done through a link.
+//
+//   file "abc", other "xyz", folder/ holding inner "in", empty/,
+//   link-to-file -> file, link-to-folder -> folder, dangling -> none
+using Tree = std::map<std::string, std::string>;  // relative path -> "f:bytes", "d" or "l:target"
+
+Tree Snapshot(const std::string& root) {
+  namespace fs = std::filesystem;
+  Tree tree;
+  for (const auto& e : fs::recursive_directory_iterator(root)) {
+    const std::string name = e.path().lexically_relative(root).string();  // relative() would resolve links
+    if (e.is_symlink()) {
+      tree[name] = "l:" + fs::read_symlink(e.path()).string();
+    } else if (e.is_directory()) {
+      tree[name] = "d";
+    } else {
+      std::ifstream in(e.path(), std::ios::binary);
+      tree[name] = "f:" + std::string(std::istreambuf_iterator<char>(in), {});
+    }
+  }
+  return tree;
+}
+
+struct OpCase {
+  const char* name;
+  std::function<uint32_t(const std::function<FidString(const char*)>&)> run;
+  uint32_t code;
+  Tree changes;  // an empty value: the entry is gone
+};
+
+class RkFileOps : public RkFileTest, public testing::WithParamInterface<OpCase> {};
+
+TEST_P(RkFileOps, GivesItsCodeAndTouchesOnlyWhatItMay) {
+  const OpCase& c = GetParam();
+  Touch("file", "abc");
+  Touch("other", "xyz");
+  ASSERT_EQ(mkdir((dir_ + "/folder").c_str(), 0755), 0);
+  Touch("folder/inner", "in");
+  ASSERT_EQ(mkdir((dir_ + "/empty").c_str(), 0755), 0);
+  ASSERT_EQ(symlink("file", (dir_ + "/link-to-file").c_str()), 0);
+  ASSERT_EQ(symlink("folder", (dir_ + "/link-to-folder").c_str()), 0);
+  ASSERT_EQ(symlink("none", (dir_ + "/dangling").c_str()), 0);
+  Tree expected = Snapshot(dir_);
+  for (const auto& [name, entry] : c.changes) {
+    if (entry.empty()) {
+      expected.erase(name);
+    } else {
+      expected[name] = entry;
+    }
+  }
+  EXPECT_EQ(c.run([this](const char* name) { return Path(name); }), c.code);
+  EXPECT_EQ(Snapshot(dir_), expected);
+}
+
+constexpr uint32_t kNotFound = 2, kPathNotFound = 3, kDenied = 5, kInvalid = 87, kExists = 80,
+                   kNotEmpty = 145, kThroughLink = 1921;
+
+INSTANTIATE_TEST_SUITE_P(
+    Faults, RkFileOps,
+    testing::Values(
+        OpCase{"delete_missing", [](auto p) { return RkDeleteFile(p("none")); }, kNotFound, {}},
+        OpCase{"delete_folder", [](auto p) { return RkDeleteFile(p("empty")); }, kDenied, {}},
+        OpCase{"delete_link_keeps_its_file", [](auto p) { return RkDeleteFile(p("link-to-file")); }, 0,
+               {{"link-to-file", ""}}},
+        OpCase{"delete_file", [](auto p) { return RkDeleteFile(p("file")); }, 0, {{"file", ""}}},
+        OpCase{"remove_folder_with_entries", [](auto p) { return RkRemoveFolder(p("folder")); }, kNotEmpty, {}},
+        OpCase{"remove_link_to_folder", [](auto p) { return RkRemoveFolder(p("link-to-folder")); }, kPathNotFound,
+               {}},
+        OpCase{"remove_link_to_folder_with_separator",
+               [](auto p) { return RkRemoveFolder(p("link-to-folder/")); }, kPathNotFound,
+               {}},
+        OpCase{"remove_empty_folder", [](auto p) { return RkRemoveFolder(p("empty/")); },
+               0, {{"empty", ""}}},
+        OpCase{"remove_missing", [](auto p) { return RkRemoveFolder(p("none")); }, kNotFound, {}},
+        OpCase{"move_onto_existing_file", [](auto p) { return RkMoveFile(p("file"), p("other"), RkReplace::kNo); },
+               kExists, {}},
+        OpCase{"move_onto_dangling_link",
+               [](auto p) { return RkMoveFile(p("file"), p("dangling"), RkReplace::kNo); }, kExists, {}},
+        OpCase{"move_replacing", [](auto p) { return RkMoveFile(p("file"), p("other"), RkReplace::kYes); }, 0,
+               {{"file", ""}, {"other", "f:abc"}}},
+        OpCase{"move_missing", [](auto p) { return RkMoveFile(p("none"), p("new"), RkReplace::kNo); }, kNotFound,
+               {}},
+        OpCase{"move_into_missing_folder",
+               [](auto p) { return RkMoveFile(p("file"), p("none/new"), RkReplace::kNo); }, kNotFound, {}},
+        OpCase{"move_link_moves_the_link",
+               [](auto p) { return RkMoveFile(p("link-to-folder"), p("moved"), RkReplace::kNo); }, 0,
+               {{"link-to-folder", ""}, {"moved", "l:folder"}}},
+        OpCase{"copy_onto_existing_file", [](auto p) { return RkCopyFile(p("file"), p("other"), RkReplace::kNo); },
+               kExists, {}},
+        OpCase{"copy_replacing", [](auto p) { return RkCopyFile(p("file"), p("other"), RkReplace::kYes); }, 0,
+               {{"other", "f:abc"}}},
+        OpCase{"copy_onto_itself", [](auto p) { return RkCopyFile(p("file"), p("file"), RkReplace::kYes); },
+               kInvalid, {}},
+        OpCase{"copy_onto_own_link",
+               [](auto p) { return RkCopyFile(p("link-to-file"), p("file"), RkReplace::kYes); }, kInvalid, {}},
+        OpCase{"copy_onto_link", [](auto p) { return RkCopyFile(p("other"), p("link-to-file"), RkReplace::kYes); },
+               kThroughLink, {}},
+        OpCase{"copy_onto_dangling_link",
+               [](auto p) { return RkCopyFile(p("other"), p("dangling"), RkReplace::kYes); }, kThroughLink, {}},
+        OpCase{"copy_onto_folder", [](auto p) { return RkCopyFile(p("file"), p("empty"), RkReplace::kYes); },
+               kDenied, {}},
+        OpCase{"copy_folder", [](auto p) { return RkCopyFile(p("folder"), p("new"), RkReplace::kNo); }, kDenied, {}},
+        OpCase{"copy_missing", [](auto p) { return RkCopyFile(p("none"), p("new"), RkReplace::kNo); }, kNotFound,
+               {}},
+        OpCase{"copy_reads_through_source_link",
+               [](auto p) { return RkCopyFile(p("link-to-file"), p("new"), RkReplace::kNo); }, 0, {{"new", "f:abc"}}},
+        OpCase{"make_existing_folder", [](auto p) { return RkMakeFolder(p("empty")); }, kExists, {}},
+        OpCase{"make_over_link", [](auto p) { return RkMakeFolder(p("dangling")); }, kExists, {}},
+        OpCase{"make_in_missing_folder", [](auto p) { return RkMakeFolder(p("none/new")); }, kNotFound, {}},
+        OpCase{"make_folder", [](auto p) { return RkMakeFolder(p("new")); }, 0, {{"new", "d"}}}),
+    RkCaseName());
+
+TEST_F(RkFileTest, PathInfoTellsKindSizeAndTimesWithLinksFollowedOnlyWhenAsked) {
+  Touch("file", "12345");
+  ASSERT_EQ(mkdir((dir_ + "/folder").c_str(), 0755), 0);
+  ASSERT_EQ(symlink("folder", (dir_ + "/link").c_str()), 0);
+  ASSERT_EQ(symlink("none", (dir_ + "/dangling").c_str()), 0);
+  const struct timespec times[2] = {{1000000000, 0}, {946684798, 500000000}};
+  ASSERT_EQ(utimensat(AT_FDCWD, (dir_ + "/file").c_str(), times, 0), 0);
+  ASSERT_EQ(chmod((dir_ + "/file").c_str(), 0444), 0);
+
+  RkPathInfo info;
+  ASSERT_EQ(RkGetPathInfo(Path("file"), info), 0u);
+  EXPECT_EQ(info.kind, RkPathKind::kFile);
+  EXPECT_EQ(info.size, 5u);
+  EXPECT_EQ(info.permissions, 0444u);
+  EXPECT_EQ(info.attributes, uint32_t(kAttrArchive | kAttrReadOnly));
+  EXPECT_EQ(info.modified, RkTimeStamp(1999, 12, 31, 23, 59, 58, 500));
+  EXPECT_EQ(info.accessed, RkTimeStamp::FromUnixSeconds(1000000000));
+  EXPECT_EQ(info.modifiedNanoseconds, 946684798500000000);
+
+  ASSERT_EQ(RkGetPathInfo(Path("link"), info), 0u);
+  EXPECT_EQ(info.kind, RkPathKind::kLink);
+  EXPECT_EQ(info.size, 0u);
+  EXPECT_EQ(info.attributes & kAttrReparsePoint, uint32_t(kAttrReparsePoint));
+  ASSERT_EQ(RkGetPathInfo(Path("link"), info, RkLinks::kFollowed), 0u);
+  EXPECT_EQ(info.kind, RkPathKind::kFolder);
+  EXPECT_EQ(info.attributes, uint32_t(kAttrDirectory));
+
+  EXPECT_FALSE(RkIsFolder(Path("link")));
+  EXPECT_FALSE(RkIsFolder(Path("link/")));  // a separator does not make the link its folder
+  EXPECT_TRUE(RkIsFolder(Path("link"), RkLinks::kFollowed));
+  EXPECT_TRUE(RkPathExists(Path("dangling")));
+  EXPECT_FALSE(RkPathExists(Path("dangling"), RkLinks::kFollowed));
+  EXPECT_EQ(RkGetPathInfo(Path("dangling"), info, RkLinks::kFollowed), 2u);
+  EXPECT_EQ(RkGetPathInfo(Path("file/below"), info), 3u);  // a file where a folder should be
+  EXPECT_FALSE(RkPathExists(FidString()));
+}
+
+TEST_F(RkFileTest, CopyKeepsTheModificationTimeAndEveryByte) {
+  std::string data(700000, '\0');  // more than one buffer of the copy loop
+  for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 131 + (i >> 11));
+  Touch("big", data);
+  const struct timespec times[2] = {{0, UTIME_OMIT}, {946684798, 500000000}};
+  ASSERT_EQ(utimensat(AT_FDCWD, (dir_ + "/big").c_str(), times, 0), 0);
+  Touch("old", std::string(900000, 'x'));  // longer than the source: the tail must go
+
+  for (const char* target : {"new", "old"}) {
+    ASSERT_EQ(RkCopyFile(Path("big"), Path(target), RkReplace::kYes), 0u) << target;
+    RkFileIO f;
+    ASSERT_TRUE(f.Open(Path(target), "rb"));
+    std::string copy(data.size() + 1, '\0');
+    ASSERT_EQ(f.Read(copy.data(), copy.size()), data.size()) << target;
+    copy.resize(data.size());
+    EXPECT_TRUE(copy == data) << target;
+    RkPathInfo info;
+    ASSERT_EQ(RkGetPathInfo(Path(target), info), 0u);
+    EXPECT_EQ(info.modifiedNanoseconds, 946684798500000000) << target;
+  }
 }
 
 TEST(RkGuid, NamesAreUniqueAndWellFormed) {

@@ -101,6 +101,32 @@ TEST(RkString, PasswordGoesToASecureBufferWithATerminator) {
   EXPECT_EQ(std::string(reinterpret_cast<const char*>(out.Data())), "p\x84ss");
 }
 
+// Long enough to outgrow any first guess at the size, with one-, two-, three- and four-byte UTF-8
+// forms; a stale byte or a lost tail of an earlier, longer value would show.
+TEST(RkString, LongNonAsciiPasswordReachesTheSecureBufferWhole) {
+  const struct {
+    int selector;
+    std::string piece;
+  } rows[] = {
+      {kNarrowUtf8, "p\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80"},
+      {kNarrowAnsi, "p\xE4\x80?"},
+      {kNarrowOem, "p\x84??"},
+  };
+  std::u16string wide;
+  for (int i = 0; i < 200; ++i) wide += u"p\u00E4\u20AC\U0001F600";
+  for (const auto& row : rows) {
+    std::string expected;
+    for (int i = 0; i < 200; ++i) expected += row.piece;
+    RkSecureBuffer out;
+    out.Assign(std::string(4 * expected.size(), 'x').data(), 4 * expected.size());
+    RkString(wide).toNarrow(row.selector, out);
+    ASSERT_EQ(out.Size(), expected.size() + 1) << "selector " << row.selector;
+    EXPECT_EQ(Hex(std::string(reinterpret_cast<const char*>(out.Data()), expected.size())), Hex(expected))
+        << "selector " << row.selector;
+    EXPECT_EQ(out.Data()[expected.size()], 0);
+  }
+}
+
 TEST(RkString, WipeOverwritesTheStorage) {
   RkString s(u"secret password that is long enough to live on the heap");
   const char16_t* storage = s.c_str();

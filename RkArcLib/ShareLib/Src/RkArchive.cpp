@@ -1,10 +1,9 @@
 #include "RkArchive.h"
 
-#include <sys/stat.h>
-
 #include "RkArcCallback.h"
 #include "RkArcResources.h"
 #include "RkArcSupportInfo.h"
+#include "RkFileOps.h"
 
 namespace RkArcLib {
 
@@ -27,17 +26,14 @@ RkArchive::~RkArchive() = default;
 
 uint32_t RkArchive::GetPartCount() const { return 1; }
 
-bool RkArchive::FileExists() const {
-  struct stat st;
-  return !fileName_.empty() && ::stat(fileName_.ToPosix().c_str(), &st) == 0;
-}
+bool RkArchive::FileExists() const { return RkLib::RkPathExists(fileName_, RkLib::RkLinks::kFollowed); }
 
 bool RkArchive::IsReadOnly() const {
-  struct stat st;
-  if (fileName_.empty() || ::stat(fileName_.ToPosix().c_str(), &st) != 0) return false;
-  const bool hidden = fileName_.GetName().startsWith(u".");
-  const bool system = !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode);
-  return S_ISDIR(st.st_mode) || (st.st_mode & S_IWUSR) == 0 || hidden || system;
+  RkLib::RkPathInfo info;
+  if (fileName_.empty() || RkLib::RkGetPathInfo(fileName_, info, RkLib::RkLinks::kFollowed) != 0) return false;
+  const bool hidden = (info.attributes & RkLib::kAttrHidden) != 0;
+  const bool system = info.kind != RkLib::RkPathKind::kFile && info.kind != RkLib::RkPathKind::kFolder;
+  return info.kind == RkLib::RkPathKind::kFolder || (info.permissions & 0200) == 0 || hidden || system;
 }
 
 bool RkArchive::Unsupported(RkState& state) {

@@ -1,6 +1,5 @@
 #include "RkArchiveFactory.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
@@ -16,6 +15,7 @@
 #include "RkArchiveType.h"
 #include "RkError.h"
 #include "RkFileIO.h"
+#include "RkFileOps.h"
 #include "RkZipFile.h"
 
 namespace RkArcLib {
@@ -102,11 +102,6 @@ bool MakeAbsolute(FidString& path) {
   return true;
 }
 
-bool PathExists(const FidString& path) {
-  struct stat st;
-  return ::lstat(path.ToPosix().c_str(), &st) == 0;
-}
-
 // A free name after the template "_RKXXXXXX" in `folder`; the template itself when none is free.
 FidString ScratchName(const FidString& folder) {
   FidString base = folder;
@@ -116,7 +111,7 @@ FidString ScratchName(const FidString& folder) {
   for (char16_t first = u'a'; first <= u'z'; ++first) {
     FidString candidate = base;
     candidate.Append(RkString(u"_RK") + std::u16string_view(&first, 1) + digits);
-    if (!PathExists(candidate)) return candidate;
+    if (!RkLib::RkPathExists(candidate)) return candidate;
   }
   FidString candidate = base;
   candidate.Append(u"_RKXXXXXX");

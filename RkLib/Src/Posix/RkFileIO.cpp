@@ -53,16 +53,20 @@ RkFileIO& RkFileIO::operator=(RkFileIO&& other) noexcept {
 RkFileIO::~RkFileIO() { Close(); }
 
 bool RkFileIO::Open(const FidString& path, const char* mode) {
+  return OpenAt(AT_FDCWD, path.ToPosix().c_str(), mode, path);
+}
+
+bool RkFileIO::OpenAt(int folder, const char* name, const char* mode, const FidString& path) {
   Close();
   int flags = OpenFlags(mode);
   if (flags < 0) {
     lastError_ = EINVAL;
     return false;
   }
-  std::string sysPath = path.ToPosix();
+  if (folder != AT_FDCWD) flags |= O_NOFOLLOW;
   int fd;
   do {
-    fd = ::open(sysPath.c_str(), flags, 0666);
+    fd = ::openat(folder, name, flags, 0666);
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) {
     lastError_ = errno;

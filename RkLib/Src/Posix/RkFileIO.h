@@ -30,6 +30,9 @@ class RkFileIO {
   // to a "w" mode to fail when the file exists. Folders are refused. Returns false with
   // LastError() set; an unknown mode gives EINVAL.
   bool Open(const FidString& path, const char* mode);
+  // The same for `name`, one part, inside the open folder `folder`; a symbolic link there is
+  // never followed (ELOOP). `path` is what Path() then tells.
+  bool OpenAt(int folder, const char* name, const char* mode, const FidString& path);
   void Close() noexcept;
   bool IsOpen() const noexcept { return fd_ >= 0; }
 
