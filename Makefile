@@ -29,13 +29,15 @@ test-tsan: deps build/tsan/build.ninja
 	$(CMAKE_BUILD) tsan
 	ctest --preset tsan
 
-# Each benchmark runs its peers (zlib, libdeflate, cp) on the same input and prints the ratios.
+# Each benchmark runs its peers (zlib, libdeflate, cp, unzip, 7zz, bsdtar) on the same input and
+# prints the ratios.
 bench: build
 	build/default/bin/RkCrc32Bench
 	build/default/bin/RkPipeBench
 	build/default/bin/RkZipListBench
 	build/default/bin/RkInflateBench
 	build/default/bin/RkLibDecodersBench
+	bench/zip-extract-bench
 
 # Builds the fuzz targets and replays each briefly from its seeds: a smoke run, not a campaign.
 FUZZ_SECONDS ?= 20

@@ -1,6 +1,8 @@
-// rkarc: lists what the archive library sees in an archive.
+// rkarc: lists, tests and extracts archives through the archive library.
 //
 //   rkarc l [--json] ARCHIVE
+//   rkarc t [-p PASSWORD] ARCHIVE                          (RkArcExtract.cpp)
+//   rkarc x [-p PASSWORD] [-o DIR] [-y] ARCHIVE [NAME...]  (RkArcExtract.cpp)
 //
 // The type is found the way the viewer finds it (extension, then content), the archive is loaded
 // whole and every item is printed. Exit status 0 on success, 1 for a usage error, 2 when the
@@ -13,6 +15,7 @@
 #include <vector>
 
 #include "RkArcCallback.h"
+#include "RkArcCli.h"
 #include "RkArcItem.h"
 #include "RkArchive.h"
 #include "RkArchiveFactory.h"
@@ -26,9 +29,9 @@ using RkArcLib::RkArcItem;
 using RkArcLib::RkArchive;
 using RkArcLib::RkState;
 
-constexpr int kExitOk = 0;
-constexpr int kExitUsage = 1;
-constexpr int kExitUnreadable = 2;
+using rkarc::kExitOk;
+using rkarc::kExitUnreadable;
+using rkarc::kExitUsage;
 
 const char kHelp[] =
     "Usage: rkarc COMMAND [OPTIONS] ARCHIVE\n"
@@ -37,6 +40,8 @@ const char kHelp[] =
     "\n"
     "Commands:\n"
     "  l        list the items of ARCHIVE\n"
+    "  t        test the items of ARCHIVE\n"
+    "  x        extract the items of ARCHIVE\n"
     "\n"
     "Run 'rkarc l --help' for the options of a command.\n";
 
@@ -209,21 +214,41 @@ int Fail(const std::string& path, const std::string& what, const MessageLog& log
   return kExitUnreadable;
 }
 
-int List(const std::string& path, bool json) {
+}  // namespace
+
+std::unique_ptr<RkArchive> rkarc::OpenArchive(const std::string& path, RkArcLib::RkArcCallback& callback,
+                                              std::string& reason) {
   const RkLib::FidString fid = RkLib::FidString::FromPosix(path);
   RkArcLib::RkArchiveFactory factory;
-  MessageLog log;
   const int type = factory.GetArchiveType(fid, true);
-  if (type == RkArcLib::kArcTypeNone) return Fail(path, "not an archive of a known type", log);
+  if (type == RkArcLib::kArcTypeNone) {
+    reason = "not an archive of a known type";
+    return nullptr;
+  }
   std::unique_ptr<RkArchive> archive = factory.CreateArchive(type, fid);
-  if (!archive) return Fail(path, std::string("reading this type is not supported yet: ") + FormatName(type), log);
-  archive->SetCallback(&log);
+  if (!archive) {
+    reason = std::string("reading this type is not supported yet: ") + FormatName(type);
+    return nullptr;
+  }
+  archive->SetCallback(&callback);
   RkState state;
   if (!archive->Load(0, -1, nullptr, state) || !archive->IsLoaded()) {
     RkLib::RkString text;
-    const std::string reason = archive->GetErrorMessage(state, text) ? text.toUtf8() : "cannot be read";
-    return Fail(path, reason + " (code " + std::to_string(state.code) + ")", log);
+    reason = (archive->GetErrorMessage(state, text) ? text.toUtf8() : "cannot be read") + " (code " +
+             std::to_string(state.code) + ")";
+    return nullptr;
   }
+  return archive;
+}
+
+namespace {
+
+int List(const std::string& path, bool json) {
+  MessageLog log;
+  std::string reason;
+  std::unique_ptr<RkArchive> archive = rkarc::OpenArchive(path, log, reason);
+  if (!archive) return Fail(path, reason, log);
+  RkState state;
   std::vector<RkArcItem> items;
   items.reserve(static_cast<size_t>(archive->GetItemCount()));
   for (int64_t i = 0; i < archive->GetItemCount(); ++i) {
@@ -233,7 +258,7 @@ int List(const std::string& path, bool json) {
   }
   for (const std::string& line : log.lines) std::fprintf(stderr, "rkarc: %s: %s\n", path.c_str(), line.c_str());
   if (json) {
-    PrintJson(type, items);
+    PrintJson(archive->GetType(), items);
   } else {
     PrintTable(items);
   }
@@ -247,6 +272,8 @@ int main(int argc, char** argv) {
     std::fputs(kHelp, argc < 2 ? stderr : stdout);
     return argc < 2 ? kExitUsage : kExitOk;
   }
+  if (std::strcmp(argv[1], "t") == 0) return rkarc::TestCommand(argc - 2, argv + 2);
+  if (std::strcmp(argv[1], "x") == 0) return rkarc::ExtractCommand(argc - 2, argv + 2);
   if (std::strcmp(argv[1], "l") != 0) {
     std::fprintf(stderr, "rkarc: unknown command '%s'\n\n%s", argv[1], kHelp);
     return kExitUsage;

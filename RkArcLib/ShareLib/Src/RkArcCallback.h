@@ -20,6 +20,21 @@ enum RkArcAnswer : int {
   kArcAnswerNo = 7,
 };
 
+// Answers of AskFileExists and AskAttributes: a button, "for all" when remembered, or none.
+enum RkArcExistsAnswer : int {
+  kArcExistsReplace = 0,
+  kArcExistsSkip = 1,
+  kArcExistsReplaceAll = 2,
+  kArcExistsSkipAll = 3,
+  kArcExistsNoAnswer = 4,
+};
+
+// Kinds of Progress: a progress text, a status line.
+enum RkArcProgressKind : uint32_t {
+  kArcProgressText = 0,
+  kArcProgressStatus = 1,
+};
+
 // AskUser flag: the question is a yes/no one.
 inline constexpr uint32_t kArcAskYesNo = 0x10;
 

@@ -17,7 +17,12 @@ class RkReadBuf {
 
   explicit RkReadBuf(std::shared_ptr<RkSpanIn> spanIn, size_t size = kDefaultSize);
 
+  // Positions only: the reads are positional, so that readers of several threads can share one
+  // span.
   bool Seek(int64_t part, uint64_t offset);
+  // The reads from here need about `bytes` bytes: refills read no more than that until they have
+  // come, so that a small entry does not cost a whole buffer. 0: whole buffers.
+  void SetReadAhead(uint64_t bytes);
   // Delivers up to `count` bytes; a null buffer skips them. Short at the end of the data or after a
   // read failure (ReadFailed tells which).
   size_t Read(void* buffer, size_t count);
@@ -42,7 +47,8 @@ class RkReadBuf {
   int64_t startPart_ = 0;
   bool eofHit_ = false;
   bool readFailed_ = false;
-  bool windowValid_ = false;   // the span's position is the window's end
+  bool windowValid_ = false;
+  uint64_t wanted_ = 0;   // the span's position is the window's end
   uint64_t bufferOffset_ = 0;  // offset in the part of buffer_[0]
 };
 

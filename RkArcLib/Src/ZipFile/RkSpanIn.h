@@ -23,6 +23,8 @@ class RkSpanIn {
   void Close();
   bool IsOpen() const { return file_.IsOpen(); }
 
+  // Whether Seek and ReadAt can get to `part` (-1: the current one).
+  bool CanReach(int64_t part) const;
   // -1 leaves a number as it is.
   void SetPartNumbers(int64_t current, int64_t last);
   int64_t CurrentPart() const { return currentPart_; }
@@ -37,8 +39,12 @@ class RkSpanIn {
   int64_t Tell() const { return file_.Tell(); }
   // Bytes read, short at the end of the part; -1 on a read failure.
   int64_t Read(void* buffer, size_t count);
+  // The same at a place of its own, leaving the position alone: readers on several threads
+  // share one span through it. Short only at the end of the part.
+  int64_t ReadAt(int64_t part, uint64_t offset, void* buffer, size_t count) const;
 
  private:
+
   RkLib::RkFileIO file_;
   uint16_t bufferSize_ = 0;
   uint16_t shareMode_ = 0;

@@ -1,7 +1,5 @@
 #include "RkZipFile.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <initializer_list>
 
@@ -11,6 +9,7 @@
 #include "RkArchiveType.h"
 #include "RkError.h"
 #include "RkFid.h"
+#include "RkFileOps.h"
 #include "RkSettings.h"
 #include "RkSpanIn.h"
 #include "RkZipCharset.h"
@@ -108,7 +107,8 @@ int RkZipFile::GetType() const { return kArcTypeZip; }
 // ---- Messages.
 
 void RkZipFile::Report(uint32_t level, const RkString& text) {
-  if (!GetCallback()->ReportMessage(level, text)) throw RkFatalError(kArcCancelled);
+  if (!AskHost([&](RkArcCallback& host) { return host.ReportMessage(level, text); }))
+    throw RkFatalError(kArcCancelled);
 }
 
 void RkZipFile::ReportReader(uint32_t level, uint32_t messageId, int64_t number) {
@@ -197,16 +197,16 @@ bool RkZipFile::Load(int64_t first, int64_t last, const RkString*, RkState& stat
 void RkZipFile::OpenAndLocate() {
   endRecord_ = RkZipEHdr();
   const FidString& path = GetFileName();
-  struct stat st;
-  if (::stat(path.ToPosix().c_str(), &st) != 0) {
+  RkLib::RkPathInfo info;
+  if (RkLib::RkGetPathInfo(path, info, RkLib::RkLinks::kFollowed) != 0) {
     Report(RkLib::kSeverityWarning, MessageText(kZipMsgNoAttributes, {path}));
     throw RkLib::RkWarning(kArcNewOrEmpty);
   }
-  if (S_ISDIR(st.st_mode)) {
+  if (info.kind == RkLib::RkPathKind::kFolder) {
     Report(RkLib::kSeverityFatal, MessageText(kZipMsgIsFolder, {path}));
     throw RkFatalError(kArcCannotOpen);
   }
-  fileSize_ = static_cast<uint64_t>(st.st_size);
+  fileSize_ = info.size;
   if (fileSize_ == 0) {
     // Left as a new archive, with nothing in it.
     Unload();

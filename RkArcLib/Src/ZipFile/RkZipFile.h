@@ -19,6 +19,7 @@
 
 namespace RkArcLib {
 
+class RkReadBuf;
 class RkSpanIn;
 class RkZipDirReader;
 class RkZipEntry;
@@ -86,6 +87,7 @@ class RkZipFile : public RkArchive {
   bool FileExists() const override { return RkArchive::FileExists(); }
   bool IsReadOnly() const override { return RkArchive::IsReadOnly(); }
   int GetType() const override;
+  std::shared_ptr<const RkArcSupportInfo> GetSupportInfo() const override;
   bool Load(int64_t first, int64_t last, const RkLib::RkString* password, RkState& state) override;
   bool Unload() override;
   bool IsEncrypted() const override { return encrypted_; }
@@ -105,6 +107,9 @@ class RkZipFile : public RkArchive {
   // Reads an entry's local header (and, for a duplicate, its target's) and checks it against the
   // central record. A failure ends that entry only: severe, with its message given first.
   bool ReadLocalHeader(int64_t index, RkState& state);
+  // The same through a reader of the caller's, which is left at the start of the entry's data;
+  // throws as CheckLocalHeader does. Extraction reads each entry through its own reader.
+  void ReadLocalHeader(RkZipEntry& entry, RkReadBuf& in);
   // The comparison alone. Sizes are not compared when the sizes follow the data, and the packed
   // size not when `ignoreCompressedSize`. Throws RkSevereError with the code of the mismatch.
   void CheckLocalHeader(const RkZipEntry& entry, bool ignoreCompressedSize);
@@ -117,6 +122,24 @@ class RkZipFile : public RkArchive {
   // resource file, so they are never used as printf formats.
   static RkLib::RkString MessageText(uint32_t id, std::initializer_list<RkLib::RkString> args);
 
+  // The archive's file, opened when it is not, for readers of several threads; null when it
+  // cannot be opened.
+  std::shared_ptr<RkSpanIn> SharedSpan();
+
+  // Runs `ask` on the host's callback under the archive-wide lock: extraction asks from several
+  // threads, and a host is never asked two things at once.
+  template <typename Ask>
+  auto AskHost(Ask&& ask) {
+    std::lock_guard<std::mutex> lock(callbackLock_);
+    return ask(*GetCallback());
+  }
+  // Reports at once; false from the host is its cancel, RkFatalError(8).
+  void Report(uint32_t level, const RkLib::RkString& text);
+
+  // Entries leave through pipes, several at once, in the order they lie in the file.
+  bool Extract(const RkArcSelection& selection, RkState& state) override;
+  bool Test(const RkArcSelection& selection, RkState& state) override;
+
  protected:
   void OpenAndLocate();
   void ReadCentralDirectory(int64_t first, int64_t last);
@@ -124,18 +147,19 @@ class RkZipFile : public RkArchive {
   void IndexEntry(uint64_t index);
   void CheckReferences();
   void FlushMessages();
+  // The entries that a request names, in the order their data lies in the file.
+  std::vector<int64_t> SelectEntries(const RkArcSelection& selection);
+  bool Run(const RkArcSelection& selection, bool testOnly, RkState& state);
 
  private:
   using ReferenceId = std::array<uint8_t, 16>;
 
-  // Reports at once; false from the host is its cancel.
-  void Report(uint32_t level, const RkLib::RkString& text);
   void ReportReader(uint32_t level, uint32_t messageId, int64_t number);
   // Warnings about single entries wait for the end of the load; the first two are shown.
   void Delay(uint32_t messageId, const RkLib::RkString& name);
   void CloseFiles();
   // Reads the local header at the reader's position into `header` and `extra`; the name is skipped.
-  void ReadLocalRecord(const RkZipEntry& entry, RkZipLHdr& header, std::string& extra);
+  void ReadLocalRecord(const RkZipEntry& entry, RkReadBuf& in, RkZipLHdr& header, std::string& extra);
   [[noreturn]] void FailLocal(const RkZipEntry& entry, uint32_t code);
   // Name lookups are rare next to listings, so the order is built by the first of them.
   void BuildNameOrder() const;
@@ -145,6 +169,7 @@ class RkZipFile : public RkArchive {
   mutable std::vector<uint32_t> nameOrder_;
   mutable bool nameOrderBuilt_ = false;
   mutable std::mutex nameOrderLock_;
+  std::mutex callbackLock_;
   std::map<ReferenceId, uint64_t> referenceTargets_;
   std::multimap<ReferenceId, uint64_t> references_;
   RkZipEHdr endRecord_;

@@ -4,6 +4,7 @@
 
 #include "RkArcCallback.h"
 #include "RkError.h"
+#include "RkReadBuf.h"
 #include "RkSpanIn.h"
 #include "RkZipCursor.h"
 #include "RkZipEntry.h"
@@ -51,24 +52,44 @@ void RkZipFile::FailLocal(const RkZipEntry& entry, uint32_t code) {
   throw RkSevereError(code);
 }
 
-void RkZipFile::ReadLocalRecord(const RkZipEntry& entry, RkZipLHdr& header, std::string& extra) {
+void RkZipFile::ReadLocalRecord(const RkZipEntry& entry, RkReadBuf& in, RkZipLHdr& header, std::string& extra) {
+  const auto failShort = [&] { FailLocal(entry, in.ReadFailed() ? kZipErrLocalUnreadable : kZipErrLocalShort); };
   uint8_t fixed[RkZipLHdr::kSize];
-  const int64_t got = spanIn_->Read(fixed, 4);
-  if (got < 0) FailLocal(entry, kZipErrLocalUnreadable);
-  if (got != 4) FailLocal(entry, kZipErrLocalShort);
+  if (in.Read(fixed, 4) != 4) failShort();
   if (RkZipLe32(fixed) != kZipSigLocal) FailLocal(entry, kZipErrLocalSignature);
-  if (spanIn_->Read(fixed + 4, RkZipLHdr::kFixedSize) != static_cast<int64_t>(RkZipLHdr::kFixedSize)) {
-    FailLocal(entry, kZipErrLocalShort);
-  }
+  if (in.Read(fixed + 4, RkZipLHdr::kFixedSize) != RkZipLHdr::kFixedSize) failShort();
   RkZipCursor cursor(fixed + 4, RkZipLHdr::kFixedSize);
   header.Parse(cursor);
-  // Both lengths are 16-bit, so the name and extra always fit the 64 KiB a read may take.
-  std::string name(header.nameLength, '\0');
+  // The name is the central one's; only the extra is kept.
   extra.assign(header.extraLength, '\0');
-  if (spanIn_->Read(name.data(), name.size()) != static_cast<int64_t>(name.size()) ||
-      spanIn_->Read(extra.data(), extra.size()) != static_cast<int64_t>(extra.size())) {
-    FailLocal(entry, kZipErrLocalShort);
+  if (in.Read(nullptr, header.nameLength) != header.nameLength || in.Read(extra.data(), extra.size()) != extra.size())
+    failShort();
+}
+
+void RkZipFile::ReadLocalHeader(RkZipEntry& entry, RkReadBuf& in) {
+  const auto seek = [&](const RkZipEntry& at) {
+    if (at.localOffset64 > static_cast<uint64_t>(INT64_MAX) || !in.Seek(at.startPart32, at.localOffset64))
+      FailLocal(entry, kZipErrLocalSeek);
+  };
+  seek(entry);
+  RkZipEntryDetail& detail = entry.Detail();
+  detail.localHeader = std::make_unique<RkZipLHdr>();
+  ReadLocalRecord(entry, in, *detail.localHeader, detail.localExtra);
+
+  if (entry.HasReference() && entry.EffectiveMethod() == kZipMethodDuplicate) {
+    // The duplicate's own record, then the target's local header, which its data follows.
+    detail.duplicateRecord.assign(kDuplicateRecordSize, '\0');
+    if (in.Read(detail.duplicateRecord.data(), kDuplicateRecordSize) != kDuplicateRecordSize)
+      FailLocal(entry, kZipErrLocalShort);
+    detail.sourceKind = kDuplicateSourceKind;
+    const RkZipEntry* target = detail.target;
+    if (!target) FailLocal(entry, kZipErrNoDuplicateTarget);
+    seek(*target);
+    RkZipLHdr targetHeader;
+    std::string targetExtra;
+    ReadLocalRecord(entry, in, targetHeader, targetExtra);
   }
+  CheckLocalHeader(entry, false);
 }
 
 bool RkZipFile::ReadLocalHeader(int64_t index, RkState& state) {
@@ -83,33 +104,9 @@ bool RkZipFile::ReadLocalHeader(int64_t index, RkState& state) {
   try {
     if (!spanIn_) spanIn_ = std::make_shared<RkSpanIn>();
     if (!spanIn_->IsOpen() && !spanIn_->Open(GetFileName(), 32768, 64)) FailLocal(*entry, kZipErrLocalSeek);
-    if (entry->localOffset64 > static_cast<uint64_t>(INT64_MAX) ||
-        spanIn_->Seek(entry->startPart32, static_cast<int64_t>(entry->localOffset64)) < 0) {
-      FailLocal(*entry, kZipErrLocalSeek);
-    }
-    RkZipEntryDetail& detail = entry->Detail();
-    detail.localHeader = std::make_unique<RkZipLHdr>();
-    ReadLocalRecord(*entry, *detail.localHeader, detail.localExtra);
-
-    if (entry->HasReference() && entry->EffectiveMethod() == kZipMethodDuplicate) {
-      // The duplicate's own record, then the target's local header, which its data follows.
-      detail.duplicateRecord.assign(kDuplicateRecordSize, '\0');
-      if (spanIn_->Read(detail.duplicateRecord.data(), kDuplicateRecordSize) !=
-          static_cast<int64_t>(kDuplicateRecordSize)) {
-        FailLocal(*entry, kZipErrLocalShort);
-      }
-      detail.sourceKind = kDuplicateSourceKind;
-      const RkZipEntry* target = detail.target;
-      if (!target) FailLocal(*entry, kZipErrNoDuplicateTarget);
-      if (target->localOffset64 > static_cast<uint64_t>(INT64_MAX) ||
-          spanIn_->Seek(target->startPart32, static_cast<int64_t>(target->localOffset64)) < 0) {
-        FailLocal(*entry, kZipErrLocalSeek);
-      }
-      RkZipLHdr targetHeader;
-      std::string targetExtra;
-      ReadLocalRecord(*entry, targetHeader, targetExtra);
-    }
-    CheckLocalHeader(*entry, false);
+    // A header with its name and extra is at most 30 + 2 * 65535 bytes.
+    RkReadBuf in(spanIn_, 0x10000);
+    ReadLocalHeader(*entry, in);
   } catch (const RkLib::RkError& e) {
     state.Set(e);
   }

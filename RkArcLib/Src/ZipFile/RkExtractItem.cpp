@@ -1,0 +1,271 @@
+#include "RkExtractItem.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "RkArcCallback.h"
+#include "RkArcItem.h"
+#include "RkArcSelection.h"
+#include "RkExtractPoolGroup.h"
+#include "RkOutputFolder.h"
+#include "RkPipeThread.h"
+#include "RkZipEntry.h"
+#include "RkZipFile.h"
+
+namespace RkArcLib {
+
+using RkLib::RkErrorInfo;
+using RkLib::RkString;
+
+namespace {
+
+constexpr uint32_t kLevelInfo = 0;
+constexpr uint16_t kUnixHost = 3;
+// A local header's fixed part; its name and extra are guessed from the central record's.
+constexpr uint64_t kLocalFixedBytes = 30;
+// The item's reader: one read brings in the header and the data of a small entry.
+constexpr size_t kReaderBytes = 0x40000;
+
+RkString Hex8(uint32_t value) { return RkLib::RkFormatUnsigned(u"%08llX", value); }
+RkString Decimal(uint64_t value) { return RkLib::RkFormatUnsigned(u"%llu", value); }
+
+// The name under which an entry is written: its own, or its last part when paths are dropped.
+RkString OutputName(const RkZipEntry& entry, bool junkPaths) {
+  RkString name = entry.name;
+  while (!name.empty() && (name.back() == u'\\' || name.back() == u'/')) name.resize(name.size() - 1);
+  if (!junkPaths) return name;
+  const size_t cut = name.findLastOf(u"\\/");
+  return cut == RkString::npos ? name : name.substr(cut + 1);
+}
+
+}  // namespace
+
+RkExtractItem::RkExtractItem(RkExtractPoolGroup& pool) : pool_(pool), reader_(pool.archive.SharedSpan(), kReaderBytes) {}
+
+RkExtractItem::~RkExtractItem() {
+  Abort();
+  JoinPipe();
+  RemoveOutput();
+}
+
+void RkExtractItem::SetEntry(int64_t index, bool lastOfRun) {
+  index_ = index;
+  entry_ = const_cast<RkZipEntry*>(pool_.archive.Entry(index));
+  lastOfRun_ = lastOfRun;
+}
+
+void RkExtractItem::Report(uint32_t level, uint32_t messageId, std::initializer_list<RkString> more) {
+  std::vector<RkString> args{entry_->name};
+  args.insert(args.end(), more.begin(), more.end());
+  RkString text;
+  switch (args.size()) {
+    case 1: text = RkZipFile::MessageText(messageId, {args[0]}); break;
+    case 2: text = RkZipFile::MessageText(messageId, {args[0], args[1]}); break;
+    default: text = RkZipFile::MessageText(messageId, {args[0], args[1], args[2]}); break;
+  }
+  pool_.archive.Report(level, text);
+}
+
+void RkExtractItem::Prepare() {
+  isFolder_ = entry_->IsDirectory() || entry_->IsLabel();
+  if (pool_.testOnly) return;
+  const RkString name = OutputName(*entry_, pool_.selection.JunkPaths());
+  if (isFolder_) {
+    if (pool_.selection.JunkPaths() || name.empty()) {
+      skipped = true;
+      return;
+    }
+    if (pool_.output.MakeFolder(name) != 0) {
+      Report(RkLib::kSeverityFatal, kZipMsgOutput);
+      throw RkLib::RkFatalError(kZipErrOutput);
+    }
+    return;
+  }
+  if (!pool_.ClaimName(name)) throw RkLib::RkFatalError(kZipErrSameName);
+  int systemError = 0;
+  folder_ = pool_.output.ParentOf(name, fileName_, systemError);
+  if (!folder_) {
+    Report(RkLib::kSeverityFatal, kZipMsgOutput);
+    throw RkLib::RkFatalError(kZipErrOutput);
+  }
+  struct stat st;
+  if (::fstatat(folder_->fd(), fileName_.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+    RkArcItem item;
+    RkState state;
+    pool_.archive.GetItem(index_, item, state);
+    const RkLib::FidString path = RkLib::FidString(pool_.output.Base()).Append(name);
+    const int answer = pool_.archive.AskHost([&](RkArcCallback& host) { return host.AskFileExists(path, item); });
+    if (answer != kArcExistsReplace && answer != kArcExistsReplaceAll) {
+      skipped = true;
+      folder_.reset();
+      return;
+    }
+    // Replacing never writes through what stands there: a link or a folder is refused.
+    if (!S_ISREG(st.st_mode)) {
+      Report(RkLib::kSeverityFatal, kZipMsgOutput);
+      throw RkLib::RkFatalError(kZipErrOutput);
+    }
+  }
+}
+
+void RkExtractItem::Announce() {
+  const RkString text =
+      RkZipFile::MessageText(pool_.testOnly ? kZipMsgTesting : kZipMsgExtracting, {entry_->name});
+  pool_.archive.AskHost([&](RkArcCallback& host) { host.Progress(kArcProgressStatus, text); });
+}
+
+bool RkExtractItem::Open() {
+  if (isFolder_) return false;
+  const RkZipEntryDetail* detail = entry_->detail();
+  const RkZipEntry* data = detail && detail->target ? detail->target : entry_;
+  reader_.Reset();
+  reader_.SetReadAhead(kLocalFixedBytes + 2 * 0x10000 + data->compressedSize64);
+  pool_.archive.ReadLocalHeader(*entry_, reader_);
+  reader_.SetReadAhead(data->compressedSize64);
+
+  if (entry_->IsEncrypted()) {
+    // Decryption comes with its own work; until then such an entry is refused on its own.
+    Report(RkLib::kSeverityWarning, kZipMsgNoPassword);
+    throw RkLib::RkWarning(kZipErrNoPassword);
+  }
+  if (!RkExtractPipe::Decodes(data->EffectiveMethod())) {
+    Report(RkLib::kSeveritySevere, kZipMsgNoDecoder, {RkString::FromAscii(RkZipEntry::MethodName(data->EffectiveMethod()))});
+    throw RkLib::RkSevereError(RkPipeLib::kPipeUnsupported);
+  }
+  RkExtractTarget target = kExtractToTest;
+  if (!pool_.testOnly) {
+    target = pool_.selection.toMemory ? kExtractToMemory : kExtractToFile;
+    if (target == kExtractToFile) {
+      const RkLib::FidString path = RkLib::FidString(pool_.output.Base()).Append(entry_->name);
+      if (!file_.OpenAt(folder_->fd(), fileName_.c_str(), "wb", path)) {
+        Report(RkLib::kSeverityFatal, kZipMsgOutput);
+        throw RkLib::RkFatalError(kZipErrOutput);
+      }
+      pipe_.FileOut().SetFile(&file_);
+    }
+  }
+  pipe_.SetUp(*entry_, *data, reader_, target);
+  pipe_.Crc().SetProgress(&pool_.progress);
+  pipeError_ = RkErrorInfo();
+  try {
+    pipeThread_ = boost::thread([this] { RunPipe(); });
+  } catch (...) {
+    throw RkLib::RkFatalError(RkPipeLib::kPipeThreadFailed);
+  }
+  return false;
+}
+
+void RkExtractItem::RunPipe() noexcept {
+  RkPipeLib::RkUICallBack* poller = pool_.Poller();
+  pipeError_ = RkErrorInfo();
+  try {
+    pipe_.Run(poller);
+  } catch (const RkLib::RkError& e) {
+    pipeError_ = RkErrorInfo(e);
+  } catch (...) {
+    pipeError_ = RkErrorInfo(RkPipeLib::kPipeUnknownException, RkLib::kSeverityFatal);
+  }
+}
+
+void RkExtractItem::JoinPipe() {
+  if (!pipeThread_.joinable()) return;
+  boost::this_thread::disable_interruption keepWaiting;
+  pipeThread_.join();
+}
+
+void RkExtractItem::Abort() {
+  if (pipeThread_.joinable()) pipeThread_.interrupt();
+}
+
+void RkExtractItem::CloseOutput() {
+  if (!file_.IsOpen()) return;
+  file_.Close();
+}
+
+void RkExtractItem::RemoveOutput() {
+  if (file_.IsOpen()) file_.Close();
+  if (folder_ && !fileName_.empty() && !skipped) ::unlinkat(folder_->fd(), fileName_.c_str(), 0);
+  folder_.reset();
+}
+
+void RkExtractItem::Fail(RkErrorInfo failure) {
+  RemoveOutput();
+  // The host's cancel, seen by a pipe, is the run's cancel.
+  if (failure.code() == RkPipeLib::kPipeCancelled || failure.code() == RkPipeLib::kPipeInterrupted)
+    failure = RkErrorInfo(kArcCancelled, RkLib::kSeverityFatal);
+  if (failure.severity() >= RkLib::kSeverityFatal) failure.Throw();
+  pool_.NoteItemError(failure);
+}
+
+void RkExtractItem::CheckData() {
+  const RkZipEntryDetail* detail = entry_->detail();
+  const RkZipEntry* data = detail && detail->target ? detail->target : entry_;
+  const uint64_t written = pipe_.Output().Written();
+  if (!pool_.selection.noCrcCheck) {
+    const RkAesEncryption* aes = entry_->Aes();
+    const bool hasCrc = !(entry_->IsEncrypted() && aes && aes->version > 1);
+    const uint32_t crc = pipe_.Crc().GetCrc();
+    if (hasCrc && crc != entry_->crc) {
+      Report(RkLib::kSeveritySevere, kZipMsgCrc, {Hex8(entry_->crc), Hex8(crc)});
+      if (entry_->IsEncrypted()) Report(RkLib::kSeverityWarning, kZipMsgWrongPassword);
+      throw RkLib::RkSevereError(kZipErrCrc);
+    }
+  }
+  if (written != data->originalSize64) {
+    Report(RkLib::kSeveritySevere, kZipMsgSizeMismatch, {Decimal(data->originalSize64), Decimal(written)});
+    throw RkLib::RkSevereError(kZipErrSizeMismatch);
+  }
+}
+
+void RkExtractItem::Finish() {
+  JoinPipe();
+  if (skipped) return;
+  RkErrorInfo failure = error.severity() != 0 ? error : pipeError_;
+  if (failure.severity() == 0 && !isFolder_) {
+    try {
+      CheckData();
+    } catch (const RkLib::RkError& e) {
+      failure = RkErrorInfo(e);
+    }
+  } else if (failure.severity() != 0 && failure.code() == kZipErrSizeMismatch) {
+    // The output stopped the pipe at the declared size.
+    const RkZipEntryDetail* detail = entry_->detail();
+    const RkZipEntry* data = detail && detail->target ? detail->target : entry_;
+    Report(RkLib::kSeveritySevere, kZipMsgSizeMismatch,
+           {Decimal(data->originalSize64), RkString(u"more")});
+  } else if (failure.severity() != 0 && failure.code() >= RkPipeLib::kPipeOutOfMemory &&
+             failure.code() <= RkPipeLib::kPipeUnknownException && failure.code() != RkPipeLib::kPipeCancelled &&
+             failure.code() != RkPipeLib::kPipeInterrupted) {
+    Report(RkLib::kSeveritySevere, kZipMsgDataError, {Decimal(failure.code())});
+  }
+  if (failure.severity() != 0) return Fail(failure);
+
+  if (file_.IsOpen()) {
+    file_.SetTimeStamp(entry_->Modified());
+    const uint32_t mode = entry_->externalAttributes >> 16;
+    // Only the permission bits, and only of a plain file: a link's text is written as a file.
+    if (entry_->HostSystem() == kUnixHost && S_ISREG(mode)) ::fchmod(file_.Handle(), mode & 0777);
+    CloseOutput();
+  }
+  if (pool_.testOnly) {
+    Report(kLevelInfo, kZipMsgTestedOk);
+    if (lastOfRun_) pool_.archive.Report(kLevelInfo, RkZipFile::MessageText(kZipMsgTestsDone, {}));
+  }
+  if (!pool_.archive.AskHost([](RkArcCallback& host) { return host.KeepGoing(); }))
+    throw RkLib::RkFatalError(kArcCancelled);
+}
+
+void RkExtractItem::Reset() {
+  CloseOutput();
+  folder_.reset();
+  fileName_.clear();
+  entry_ = nullptr;
+  index_ = -1;
+  isFolder_ = false;
+  pipeError_ = RkErrorInfo();
+}
+
+}  // namespace RkArcLib
