@@ -221,10 +221,13 @@ RkString RkLangModule::Text(uint32_t id) const {
   return it != messages_.end() ? it->second : RkString::Format(u"%u", id);
 }
 
+// A system message carries a trailing carriage return and line feed, as the stored description of
+// a system error always has; get_error_description strips them on the way out.
 RkString RkLangModule::SystemText(uint32_t code) const {
   auto it = system_.find(code);
-  if (it != system_.end()) return it->second;
-  return RkString::Format(u"System error %u.", code);
+  RkString text = it != system_.end() ? it->second : RkString::Format(u"System error %u.", code);
+  text += std::u16string_view(u"\r\n");
+  return text;
 }
 
 RkString RkLangModule::Format(uint32_t id, std::initializer_list<RkString> inserts) const {

@@ -34,7 +34,8 @@ class RkLangModule {
   static const RkLangModule& Get();
 
   RkString Text(uint32_t id) const;
-  // The text of a system error number, or "System error N." when the module has none.
+  // The text of a system error number, or "System error N." when the module has none, ending in
+  // "\r\n" as system messages do.
   RkString SystemText(uint32_t code) const;
   // Text(id) with %1..%9 replaced by the inserts and %% by %.
   RkString Format(uint32_t id, std::initializer_list<RkString> inserts) const;

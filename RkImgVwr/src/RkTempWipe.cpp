@@ -1,10 +1,12 @@
 #include <fcntl.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -52,7 +54,7 @@ class RkWipeList {
 
   bool Write(const RkLib::FidList& files) {
     const char* tmp = std::getenv("TMPDIR");
-    std::string folder = tmp && *tmp ? tmp : "/tmp";
+    std::string folder = tmp && *tmp ? tmp : P_tmpdir;
     std::string pattern = folder + "/RKW-XXXXXX";
     int fd = ::mkostemp(pattern.data(), O_CLOEXEC);
     if (fd < 0) return false;
@@ -72,13 +74,54 @@ class RkWipeList {
   bool kept_ = false;
 };
 
+// What the wiper inherits from the host. It outlives the host, so a descriptor it kept would hold
+// the host's pipes, sockets and locks open long after the host is gone (a reader of the host's
+// output would wait for the wiper's end), and a signal the host blocks or ignores would keep the
+// wiper from being stopped. Descriptors from 3 up are closed, the mask is emptied and every
+// disposition is the default.
+class RkSpawnSetup {
+ public:
+  RkSpawnSetup() {
+    actionsMade_ = ::posix_spawn_file_actions_init(&actions_) == 0;
+    attributesMade_ = ::posix_spawnattr_init(&attributes_) == 0;
+    if (!actionsMade_ || !attributesMade_) return;
+    sigset_t none, all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    ok_ = ::posix_spawn_file_actions_addclosefrom_np(&actions_, 3) == 0 &&
+          ::posix_spawnattr_setsigmask(&attributes_, &none) == 0 &&
+          ::posix_spawnattr_setsigdefault(&attributes_, &all) == 0 &&
+          ::posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0;
+  }
+  RkSpawnSetup(const RkSpawnSetup&) = delete;
+  RkSpawnSetup& operator=(const RkSpawnSetup&) = delete;
+  ~RkSpawnSetup() {
+    if (attributesMade_) ::posix_spawnattr_destroy(&attributes_);
+    if (actionsMade_) ::posix_spawn_file_actions_destroy(&actions_);
+  }
+
+  bool ok() const { return ok_; }
+  const posix_spawn_file_actions_t* actions() const { return &actions_; }
+  const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+ private:
+  posix_spawn_file_actions_t actions_;
+  posix_spawnattr_t attributes_;
+  bool actionsMade_ = false;
+  bool attributesMade_ = false;
+  bool ok_ = false;
+};
+
 // Starts the wiper and reaps the launcher: the wiper detaches at once and goes on by itself.
 bool Launch(const std::string& wiper, const std::string& argument, const std::string& title) {
   std::string titleArgument = "/n" + title;
   std::vector<char*> argv = {const_cast<char*>(wiper.c_str()), const_cast<char*>(argument.c_str()),
                              const_cast<char*>(titleArgument.c_str()), nullptr};
+  RkSpawnSetup setup;
+  if (!setup.ok()) return false;
   pid_t pid = 0;
-  if (::posix_spawn(&pid, wiper.c_str(), nullptr, nullptr, argv.data(), environ) != 0) return false;
+  if (::posix_spawn(&pid, wiper.c_str(), setup.actions(), setup.attributes(), argv.data(), environ) != 0)
+    return false;
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }

@@ -1,5 +1,11 @@
 #include "RkUnZipEng.h"
 
+#include "RkArcSupportInfo.h"
+#include "RkArchive.h"
+#include "RkError.h"
+#include "RkExtractProgress.h"
+#include "RkState.h"
+
 namespace RkImgVwr {
 
 RkUnZipEng::RkUnZipEng(RkDocCollection* owner, const FidString& archivePath, const FidString& extractFolder,
@@ -15,8 +21,15 @@ RkUnZipEng::~RkUnZipEng() {
 bool RkUnZipEng::OpenArchive() { return true; }
 
 bool RkUnZipEng::CloseArchive() {
+  delete archive_;
   archive_ = nullptr;
   return true;
+}
+
+void RkUnZipEng::AdoptArchive(RkArcLib::RkArchive* archive) {
+  if (archive == archive_) return;
+  CloseArchive();
+  archive_ = archive;
 }
 
 bool RkUnZipEng::ListItems() { return true; }
@@ -33,11 +46,38 @@ bool RkUnZipEng::ExtractMarked(bool& cancelled) {
   return false;
 }
 
-bool RkUnZipEng::IsReadOnly() const { return readOnlyArchive_; }
+const RkString& RkUnZipEng::ArchiveError(const RkArcLib::RkState& error, RkString& text) const {
+  text.clear();
+  if (!archive_ || !archive_->GetErrorMessage(error, text) || text.empty())
+    text = RkString::Format(u"%u", error.code);
+  return text;
+}
 
-bool RkUnZipEng::IsMultiPart() const { return false; }
+bool RkUnZipEng::IsReadOnly() const { return readOnlyArchive_ || (archive_ && archive_->IsReadOnly()); }
 
-bool RkUnZipEng::IsCancelled() const { return false; }
+// A part count of all ones, the archive's "several, how many not yet known", is above 1 too.
+bool RkUnZipEng::IsMultiPart() const { return archive_ && archive_->GetPartCount() > 1; }
+
+bool RkUnZipEng::CanCreateType() const {
+  if (!archive_) return false;
+  const auto info = archive_->GetSupportInfo();
+  return info && info->CanCreateNew();
+}
+
+bool RkUnZipEng::IsCancelled() const { return progress_ && progress_->IsCancelled(); }
+
+void RkUnZipEng::AttachProgress(RkExtractProgress* progress) {
+  RK_ASSERT(progress_ == nullptr);
+  progress_ = progress;
+}
+
+void RkUnZipEng::SetProgressPercent(uint32_t percent) {
+  if (progressMode_ != 0 && progress_) progress_->SetPercent(percent);
+}
+
+void RkUnZipEng::SetProgressText(const RkString& text) {
+  if (progressMode_ != 0 && progress_) progress_->SetText(text);
+}
 
 void RkUnZipEng::SetBusy(bool on) {
   if (on) {

@@ -2,14 +2,18 @@
 // build's bin folder, as it lies beside a host executable when installed.
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
 #include <thread>
 
@@ -45,15 +49,31 @@ bool EmptyWithin(const std::string& folder, std::chrono::seconds limit) {
   return true;
 }
 
+// Runs one test of `host` (a copy of this program) in a process of its own with `variable` set,
+// and gives its exit status, or -1 when it did not exit.
+int RunChild(const std::string& host, const std::string& test, const char* variable, const std::string& value) {
+  const std::string filter = "--gtest_filter=" + test;
+  pid_t pid = fork();
+  if (pid < 0) return -1;
+  if (pid == 0) {
+    setenv(variable, value.c_str(), 1);
+    execl(host.c_str(), host.c_str(), filter.c_str(), "--gtest_brief=1", static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  int status = 0;
+  if (waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
 class RkTempWipe : public testing::Test {
  protected:
   void SetUp() override {
     std::string wiper = fs::read_symlink("/proc/self/exe").parent_path() / "RkWipe64";
-    if (!std::getenv("RK_WIPE_CHILD_FOLDER")) {
+    if (!std::getenv("RK_WIPE_CHILD_FOLDER") && !std::getenv("RK_WIPE_REPORT")) {
       ASSERT_TRUE(Exists(wiper)) << "RkWipe64 must be built beside this test program";
     }
-    char tmpl[] = "/tmp/rkwipe-test-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    std::string tmpl = testing::TempDir() + "rkwipe-test-XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl.data()), nullptr);
     root_ = tmpl;
     temp_ = root_ + "/extract";
     listDir_ = root_ + "/lists";
@@ -181,18 +201,66 @@ TEST_F(RkTempWipe, WithoutWiperTheCollectionDeletes) {
   std::string folder = root_ + "/child";
   fs::create_directories(folder);
   std::ofstream(folder + ".zip") << "PK";
-  pid_t pid = fork();
-  ASSERT_GE(pid, 0);
-  if (pid == 0) {
-    setenv("RK_WIPE_CHILD_FOLDER", folder.c_str(), 1);
-    execl(host.c_str(), host.c_str(), "--gtest_filter=RkTempWipe.ChildWithoutWiper", "--gtest_brief=1",
-          static_cast<char*>(nullptr));
-    _exit(127);
+  EXPECT_EQ(RunChild(host, "RkTempWipe.ChildWithoutWiper", "RK_WIPE_CHILD_FOLDER", folder), 0)
+      << "the child's checks failed; run it by hand to see which";
+}
+
+// A descriptor number that no test framework opens by itself.
+constexpr int kInheritedFd = 57;
+
+// Run by the test below from a copy of this program that has a stand-in wiper beside it. The host
+// holds a descriptor without close-on-exec, blocks one signal and ignores another, as a real host
+// may; the stand-in reports what of that it inherited.
+TEST_F(RkTempWipe, ChildLaunchingAStandIn) {
+  if (!std::getenv("RK_WIPE_REPORT")) GTEST_SKIP() << "runs only as the child of WiperInheritsNothing";
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  ASSERT_EQ(dup2(fds[1], kInheritedFd), kInheritedFd);  // dup2 clears close-on-exec
+  signal(SIGUSR1, SIG_IGN);
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGUSR2);
+  ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &blocked, nullptr), 0);
+  RkDocCollection c(FidString::FromPosix(archive_), FidString::FromPosix(temp_), false, false);
+  Extracted(c, "", "s.jpg", true);
+  wipeTemporaryFiles(&c);
+  EXPECT_TRUE(c.at(0)->getWiped()) << "the stand-in was not launched";
+}
+
+TEST_F(RkTempWipe, WiperInheritsNothing) {
+  const std::string bin = root_ + "/bin";
+  fs::create_directories(bin);
+  const std::string host = bin + "/host";
+  fs::copy_file(fs::read_symlink("/proc/self/exe"), host);
+  const std::string report = root_ + "/report.txt";
+  {
+    // Builtins only: while a shell waits for a child of its own it blocks every signal, and the
+    // report would show that mask instead of the inherited one.
+    std::ofstream script(bin + "/RkWipe64");
+    script << "#!/bin/sh\n"
+           << "{ [ -e /proc/$$/fd/" << kInheritedFd << " ] && echo fd open || echo fd closed\n"
+           << "  while read -r key value; do\n"
+           << "    case $key in SigBlk:|SigIgn:) echo \"$key $value\" ;; esac\n"
+           << "  done < /proc/$$/status; } > \"$RK_WIPE_REPORT\"\n";
   }
-  int status = 0;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0) << "the child's checks failed; run it by hand to see which";
+  fs::permissions(bin + "/RkWipe64", fs::perms::owner_all);
+  ASSERT_EQ(RunChild(host, "RkTempWipe.ChildLaunchingAStandIn", "RK_WIPE_REPORT", report), 0)
+      << "the child's checks failed; run it by hand to see which";
+
+  std::ifstream in(report);
+  std::string line;
+  std::map<std::string, std::string> seen;
+  while (std::getline(in, line)) {
+    size_t space = line.find_first_of(" \t");
+    if (space != std::string::npos) seen[line.substr(0, space)] = line.substr(line.find_first_not_of(" \t", space));
+  }
+  EXPECT_EQ(seen["fd"], "closed") << "the host's descriptor reached the wiper";
+  ASSERT_TRUE(seen.count("SigBlk:") && seen.count("SigIgn:")) << "no report from the stand-in";
+  // Bit n-1 of the masks in /proc stands for signal n.
+  const uint64_t blocked = std::stoull(seen["SigBlk:"], nullptr, 16);
+  const uint64_t ignored = std::stoull(seen["SigIgn:"], nullptr, 16);
+  EXPECT_EQ(blocked & (uint64_t{1} << (SIGUSR2 - 1)), 0u) << "the host's signal mask reached the wiper";
+  EXPECT_EQ(ignored & (uint64_t{1} << (SIGUSR1 - 1)), 0u) << "an ignored signal stayed ignored in the wiper";
 }
 
 }  // namespace

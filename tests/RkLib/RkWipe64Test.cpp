@@ -326,6 +326,9 @@ INSTANTIATE_TEST_SUITE_P(
         ArgumentCase{"QuotesAfterAt", {"--no-detach", "@\"{list}\"", "/nViewer"}, 0, true},
         ArgumentCase{"NoTitle", {"--no-detach", "{file}"}, 0, true},
         ArgumentCase{"UpperCaseSwitch", {"--no-detach", "{file}", "/NViewer"}, 0, true},
+        ArgumentCase{"SwitchAndTitleApart", {"--no-detach", "{file}", "/n", "Viewer"}, 0, true},
+        ArgumentCase{"QuotedSwitchAndTitleApart", {"--no-detach", "\"@{list}\"", "\"/n\"", "\"Viewer\""}, 0, true},
+        ArgumentCase{"FourArguments", {"{file}", "/n", "Viewer", "more"}, 2, false},
         ArgumentCase{"NoArguments", {}, 2, false}, ArgumentCase{"OnlyNoDetach", {"--no-detach"}, 2, false},
         ArgumentCase{"TitleWithoutSwitch", {"{file}", "Viewer"}, 2, false},
         ArgumentCase{"ThreeArguments", {"{file}", "/nViewer", "more"}, 2, false},
@@ -340,6 +343,27 @@ TEST_F(RkWipe64Test, AMissingListFileIsAFailureNotACrash) {
   Run run = Wipe({"@" + root_ + "/RKWnone.tmp", "/nViewer"});
   EXPECT_EQ(run.status, 1);
   EXPECT_NE(run.messages.find("cannot open the list file"), std::string::npos) << run.messages;
+}
+
+// The title reaches the messages whichever form carried it.
+TEST_F(RkWipe64Test, TitleNamesTheWorkInMessages) {
+  struct {
+    std::vector<std::string> title;
+    std::string prefix;
+  } const rows[] = {
+      {{"/nViewer"}, "RkWipe64 (Viewer): "},
+      {{"/n", "Viewer"}, "RkWipe64 (Viewer): "},
+      {{"\"/n\"", "\"Two Words\""}, "RkWipe64 (Two Words): "},
+      {{"/n"}, "RkWipe64: "},
+      {{}, "RkWipe64: "},
+  };
+  for (const auto& row : rows) {
+    std::vector<std::string> args{"@" + root_ + "/RKWnone.tmp"};
+    args.insert(args.end(), row.title.begin(), row.title.end());
+    Run run = Wipe(args);
+    EXPECT_EQ(run.status, 1) << row.prefix;
+    EXPECT_EQ(run.messages.rfind(row.prefix, 0), 0u) << run.messages;
+  }
 }
 
 TEST_F(RkWipe64Test, AListThatOthersMayWriteIsNotObeyed) {

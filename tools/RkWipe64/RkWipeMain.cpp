@@ -2,14 +2,15 @@
 // bytes first, and then the viewer's emptied temporary folder. The viewer launches it on closing
 // and does not wait, so the work outlives the host.
 //
-//   RkWipe64 [--no-detach] PATH ["/nTITLE"]
-//   RkWipe64 [--no-detach] @LISTFILE ["/nTITLE"]
+//   RkWipe64 [--no-detach] PATH ["/nTITLE" | /n "TITLE"]
+//   RkWipe64 [--no-detach] @LISTFILE ["/nTITLE" | /n "TITLE"]
 //
 // PATH names a file, or a folder when it ends in a separator. LISTFILE holds one such path per
 // line and is deleted at the end, whatever happened. Each argument may come in double quotes.
-// TITLE names the work in messages. --no-detach keeps the work in the launched process, so that
-// its exit status tells the outcome: 0 when nothing listed is left, 1 otherwise, 2 for bad
-// arguments. Detached, the launcher only learns that the work started.
+// TITLE names the work in messages; it may follow "/n" directly or as an argument of its own.
+// --no-detach keeps the work in the launched process, so that its exit status tells the outcome:
+// 0 when nothing listed is left, 1 otherwise, 2 for bad arguments. Detached, the launcher only
+// learns that the work started.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -55,17 +56,26 @@ bool ParseArguments(int argc, char** argv, Request& out, std::string& why) {
     out.detach = false;
     args.erase(args.begin());
   }
-  if (args.empty() || args.size() > 2) {
+  if (args.empty() || args.size() > 3) {
     why = "expected a path or an @ list file, then \"/n\" and a title";
     return false;
   }
-  if (args.size() == 2) {
+  if (args.size() >= 2) {
     std::string_view title = args[1];
     if (title.size() < 2 || title[0] != '/' || (title[1] != 'n' && title[1] != 'N')) {
       why = "the second argument must be \"/n\" and a title";
       return false;
     }
-    out.title = title.substr(2);
+    title.remove_prefix(2);
+    // A launcher that builds the command line by words hands over "/n" and the title apart.
+    if (args.size() == 3) {
+      if (!title.empty()) {
+        why = "a title was given twice, after \"/n\" and as an argument of its own";
+        return false;
+      }
+      title = args[2];
+    }
+    out.title = title;
   }
   std::string_view target = args[0];
   if (target.starts_with('@')) {
@@ -171,7 +181,7 @@ int main(int argc, char** argv) {
   Request request;
   std::string why;
   if (!ParseArguments(argc, argv, request, why)) {
-    std::fprintf(stderr, "RkWipe64: %s\nusage: RkWipe64 PATH|@LISTFILE [\"/nTITLE\"]\n", why.c_str());
+    std::fprintf(stderr, "RkWipe64: %s\nusage: RkWipe64 PATH|@LISTFILE [\"/nTITLE\" | /n TITLE]\n", why.c_str());
     return kExitUsage;
   }
   // A host that reads our stderr through a pipe may be gone before we are done.

@@ -88,10 +88,14 @@ int Run(const std::string& archive, const std::string& folder, const std::vector
 // A sample: an archive file and two items already extracted by an earlier run, so that the walk
 // has something ready and something it cannot produce yet.
 int Demo() {
-  char root[] = "/tmp/rkview-demo-XXXXXX";
-  if (!mkdtemp(root)) return 1;
-  const std::string archive = std::string(root) + "/sample.zip";
-  const std::string folder = std::string(root) + "/extract";
+  const char* tmp = std::getenv("TMPDIR");
+  std::string root = std::string(tmp && *tmp ? tmp : P_tmpdir) + "/rkview-demo-XXXXXX";
+  if (!mkdtemp(root.data())) {
+    std::perror("rkview: cannot make the demo folder");
+    return 1;
+  }
+  const std::string archive = root + "/sample.zip";
+  const std::string folder = root + "/extract";
   std::ofstream(archive) << "PK\x05\x06" << std::string(18, '\0');  // an empty zip
   mkdir(folder.c_str(), 0700);
   mkdir((folder + "/photos").c_str(), 0700);
@@ -104,7 +108,7 @@ int Demo() {
   rmdir((folder + "/photos").c_str());
   rmdir(folder.c_str());
   unlink(archive.c_str());
-  rmdir(root);
+  rmdir(root.c_str());
   return status;
 }
 

@@ -3,10 +3,13 @@
  * Prints one line per failed check and "N passed, N failed"; exit status 1 on any failure. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "rkimgv64.h"
@@ -104,6 +107,20 @@ static int Exists(const char* path) {
   return lstat(path, &st) == 0;
 }
 
+/* The folder for scratch files: $TMPDIR, else the system's default. */
+static const char* TempRoot(void) {
+  const char* tmp = getenv("TMPDIR");
+  return tmp && *tmp ? tmp : P_tmpdir;
+}
+
+/* A record whose open_viewer failed on a null temporary folder, so that it has no collection. */
+static RkViewerRecord* FailedViewer(const char* archive) {
+  RkViewerRecord* record = NULL;
+  CHECK(!rk.open_viewer(W(archive), NULL, 0, 0, 0, 0, &record));
+  CHECK(record != NULL);
+  return record;
+}
+
 static void NullRecordGetters(void) {
   char16_t buffer[16];
   CHECK(rk.get_error_code(NULL) == 99999);
@@ -131,14 +148,54 @@ static void OpenViewerFailures(const char* archive, const char* folder) {
   CHECK(record != NULL);
   CHECK(rk.get_error_code(record) == 87);
   CHECK(rk.get_severity_code(record) == 2);
+  /* The system text comes without the line end that system messages carry. */
   char16_t text[256];
   CHECK(rk.get_error_description(record, text, 256));
-  CHECK(Len16(text) > 0);
-  /* Such a record has no collection: add_item says so with 16007. */
+  size_t length = Len16(text);
+  CHECK(length > 0 && text[length - 1] != '\n' && text[length - 1] != '\r');
+  /* The module names the raising source file; a buffer one short of it gives false, zeroed. */
+  char16_t module[512];
+  CHECK(rk.get_error_module(record, module, 512));
+  size_t moduleLength = Len16(module);
+  CHECK(moduleLength > 0);
+  for (size_t i = 0; i < 512; ++i) module[i] = 'Z';
+  CHECK(!rk.get_error_module(record, module, (uint32_t)moduleLength));
+  CHECK(AllZero(module, moduleLength));
+  CHECK(module[moduleLength] == 'Z');
+  CHECK(rk.get_error_module(record, module, (uint32_t)moduleLength + 1) && Len16(module) == moduleLength);
+
+  /* Such a record has no collection: add_item and show_viewer say so with 16007, severity 1. */
   CHECK(!rk.add_item(record, NULL, W("a.jpg"), 1, 0, 0));
   CHECK(rk.get_error_code(record) == 16007);
   CHECK(rk.get_severity_code(record) == 1);
+  CHECK(rk.close_image_utility(record));
+  record = FailedViewer(archive);
+  CHECK(!rk.show_viewer(record, 0, 0, 0, 0, NULL, 0));
+  CHECK(rk.get_error_code(record) == 16007 && rk.get_severity_code(record) == 1);
   /* close_viewer would end the process; a record without collection is freed this way. */
+  CHECK(rk.close_image_utility(record));
+
+  /* Fresh records, whose stored text still ends in the line end: the trim comes before the
+   * bounds test, so the trimmed length and its terminator are enough, and one less is not. */
+  record = FailedViewer(archive);
+  for (size_t i = 0; i < 256; ++i) text[i] = 'Z';
+  CHECK(rk.get_error_description(record, text, (uint32_t)length + 1));
+  CHECK(Len16(text) == length && text[length] == 0 && text[length + 1] == 'Z');
+  CHECK(rk.close_image_utility(record));
+  record = FailedViewer(archive);
+  for (size_t i = 0; i < 256; ++i) text[i] = 'Z';
+  CHECK(!rk.get_error_description(record, text, (uint32_t)length));
+  CHECK(AllZero(text, length) && text[length] == 'Z');
+  CHECK(rk.close_image_utility(record));
+
+  /* A null archive path and an empty temporary folder are wrong paths: 16005, severity 2. */
+  record = NULL;
+  CHECK(!rk.open_viewer(NULL, W(folder), 0, 0, 0, 0, &record));
+  CHECK(record && rk.get_error_code(record) == 16005 && rk.get_severity_code(record) == 2);
+  CHECK(rk.close_image_utility(record));
+  record = NULL;
+  CHECK(!rk.open_viewer(W(archive), W(""), 0, 0, 0, 0, &record));
+  CHECK(record && rk.get_error_code(record) == 16005 && rk.get_severity_code(record) == 2);
   CHECK(rk.close_image_utility(record));
 
   record = NULL;
@@ -200,26 +257,79 @@ static void ViewerRun(const char* archive, const char* folder) {
   CHECK(!Exists(folder));
 }
 
-static void ImageUtility(void) {
+static void ImageUtility(const char* folder) {
+  char source[4200], destination[4200];
+  snprintf(source, sizeof source, "%s/a.jpg", folder);
+  snprintf(destination, sizeof destination, "%s/b.jpg", folder);
   RkViewerRecord* record = NULL;
   CHECK(rk.open_image_utility(&record));
   CHECK(record != NULL && rk.get_error_code(record) == 0);
   rk_bool8 flag = 9;
-  CHECK(!rk.resize_image(record, W("/tmp/a.jpg"), W("/tmp/b.jpg"), 100, 100, &flag));
+  CHECK(!rk.resize_image(record, W(source), W(destination), 100, 100, &flag));
   CHECK(flag == 0 && rk.get_error_code(record) == 16205 && rk.get_severity_code(record) == 8);
   flag = 9;
-  CHECK(!rk.resize_imageex(record, W("/tmp/a.jpg"), W("/tmp/b.jpg"), 100, 100, &flag, NULL));
+  CHECK(!rk.resize_imageex(record, W(source), W(destination), 100, 100, &flag, NULL));
   CHECK(flag == 0 && rk.get_error_code(record) == 16205);
-  CHECK(!rk.resize_imageex2(record, W("/tmp/a.jpg"), W("/tmp/b.jpg"), 100, 100, 1, 1, &flag, W("/tmp")));
-  CHECK(!rk.rotate_image(record, W("/tmp/a.jpg"), W("/tmp/b.jpg"), 1, 90));
+  CHECK(!rk.resize_imageex2(record, W(source), W(destination), 100, 100, 1, 1, &flag, W(folder)));
+  CHECK(!rk.rotate_image(record, W(source), W(destination), 1, 90));
   CHECK(rk.get_error_code(record) == 16205);
+  /* An image utility record has no collection either. */
+  CHECK(!rk.add_item(record, NULL, W("a.jpg"), 1, 0, 0));
+  CHECK(rk.get_error_code(record) == 16007 && rk.get_severity_code(record) == 1);
   uint32_t code = 0;
   char16_t text[1024];
   text[0] = 1;
-  CHECK(!rk.resize_imageex3(W("/tmp/a.jpg"), W("/tmp/b.jpg"), 10, 10, &flag, &code, text));
+  CHECK(!rk.resize_imageex3(W(source), W(destination), 10, 10, &flag, &code, text));
   CHECK(code == 16205 && Len16(text) > 0);
-  CHECK(!rk.resize_imageex3(W("/tmp/a.jpg"), W("/tmp/b.jpg"), 10, 10, NULL, NULL, NULL));
+  CHECK(!rk.resize_imageex3(W(source), W(destination), 10, 10, NULL, NULL, NULL));
   CHECK(rk.close_image_utility(record));
+}
+
+/* close_viewer on the record of a failed open_viewer is the one assertion of the interface: the
+ * process prints the FATAL line and ends with status 999. It runs in a child, whose standard
+ * output comes back through a pipe. */
+static void CloseOfAFailedRecordEndsTheProcess(const char* archive) {
+  int fds[2];
+  if (pipe(fds) != 0) {
+    CHECK(!"pipe");
+    return;
+  }
+  fflush(stdout);
+  pid_t pid = fork();
+  if (pid < 0) {
+    CHECK(!"fork");
+    close(fds[0]);
+    close(fds[1]);
+    return;
+  }
+  if (pid == 0) {
+    alarm(30); /* a hang fails the check below instead of stopping the run */
+    close(fds[0]);
+    if (dup2(fds[1], STDOUT_FILENO) < 0) _exit(1);
+    close(fds[1]);
+    RkViewerRecord* record = NULL;
+    if (rk.open_viewer(W(archive), NULL, 0, 0, 0, 0, &record) || !record) _exit(1);
+    rk.close_viewer(record);
+    _exit(0); /* the assertion did not fire */
+  }
+  close(fds[1]);
+  char output[8192];
+  size_t got = 0;
+  for (;;) {
+    ssize_t n = read(fds[0], output + got, sizeof output - 1 - got);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    got += (size_t)n;
+    if (got == sizeof output - 1) break;
+  }
+  output[got] = 0;
+  close(fds[0]);
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  CHECK(WIFEXITED(status) && WEXITSTATUS(status) == (999 & 0xFF));
+  CHECK(strstr(output, "FATAL ERROR: assert failure in Module: ") != NULL);
+  CHECK(strstr(output, " Line number: ") != NULL);
 }
 
 int main(int argc, char** argv) {
@@ -250,16 +360,21 @@ int main(int argc, char** argv) {
   rk.resize_imageex3 = (resize_imageex3_fn)Need(library, "resize_imageex3");
   rk.rotate_image = (rotate_image_fn)Need(library, "rotate_image");
 
-  char folder[] = "/tmp/rkhost-XXXXXX";
-  if (!mkdtemp(folder)) return 1;
+  char folder[4096];
+  snprintf(folder, sizeof folder, "%s/rkhost-XXXXXX", TempRoot());
+  if (!mkdtemp(folder)) {
+    printf("cannot make a folder under %s\n", TempRoot());
+    return 1;
+  }
   char archive[4200];
   snprintf(archive, sizeof archive, "%s.zip", folder);
   TouchFile(archive);
 
   NullRecordGetters();
   OpenViewerFailures(archive, folder);
+  CloseOfAFailedRecordEndsTheProcess(archive);
+  ImageUtility(folder);
   ViewerRun(archive, folder);
-  ImageUtility();
 
   unlink(archive);
   rmdir(folder);
