@@ -122,6 +122,7 @@ void RkDStream::Sync::WaitFree(RkDStream& s, Lock& lock, bool raiseStatus) {
     if (s.consumerFailed_) throw RkFatalError(kPipeDownstreamFailed);
     if (s.consumerDone_) throw RkNoError(0);
     if (raiseStatus && s.producerFailed_) Raise(s.status_);
+    if (s.noWait_) throw RkLib::RkSevereError(kPipeWouldWait);
     Wait(s.sync_->producer, lock, waiting);
   }
 }
@@ -131,6 +132,7 @@ void RkDStream::Sync::WaitFilled(RkDStream& s, Lock& lock) {
   while (!s.filledRing_.headBuffer()) {
     if (s.producerFailed_) Raise(s.status_);
     if (s.consumerDone_) throw RkNoError(0);
+    if (s.noWait_) throw RkLib::RkSevereError(kPipeWouldWait);
     Wait(s.sync_->consumer, lock, waiting);
   }
 }

@@ -51,6 +51,7 @@ enum RkPipeCode : uint32_t {
   kPipeBadHeader = 7016,   // a decoder's parameters or header are not of its method
   kPipeUnsupported = 7017,  // a form, size or method this library does not decode
   kPipeDiskFull = 7018,
+  kPipeWouldWait = 7019,  // a pipe run without threads needed more room than its buffers
   kPipeUnknownException = 7030,
 };
 
@@ -176,6 +177,10 @@ class RkDStream {
   // Passes a partly filled byte-interface buffer on.
   void flush();
 
+  // For a pipe run without threads: a wait is a failure, RkSevereError(7019), since the other
+  // side will never come while this one waits.
+  void setNoWait(bool noWait) noexcept { noWait_ = noWait; }
+
   // ---- State, for the pipe and for tests. Flags are read without the lock.
   bool lastSeen() const noexcept { return lastSeen_.load(std::memory_order_acquire); }
   bool endDelivered() const noexcept { return endDelivered_.load(std::memory_order_acquire); }
@@ -242,6 +247,7 @@ class RkDStream {
   std::atomic<bool> consumerFailed_{false};
   std::atomic<bool> consumerDone_{false};
   RkLib::RkErrorInfo status_;  // guarded by the lock; set before producerFailed_
+  bool noWait_ = false;        // set while no thread of the pipe runs
 };
 
 }  // namespace RkPipeLib

@@ -90,13 +90,40 @@ bool RkPipe::Run(RkUICallBack* callback) {
     interrupted.Throw();
   }
   JoinThreads(threads, barriers);
+  RaiseStatus();
+  return true;
+}
 
+void RkPipe::RaiseStatus() {
   RkErrorInfo status;
   {
     std::lock_guard<std::mutex> lock(lock_);
     status = status_;
   }
   if (status.severity() != 0 && status.code() != kPipeDownstreamFailed) status.Throw();
+}
+
+bool RkPipe::RunInline(RkUICallBack* callback) {
+  RK_ASSERT(target_ != nullptr && source_ != nullptr);
+  target_->SetInput(links_.empty() ? source_->OutputStream() : links_.back()->OutputStream());
+  {
+    std::lock_guard<std::mutex> lock(lock_);
+    status_ = RkErrorInfo();
+  }
+  RkPipeErrorHandler handler(&status_, &lock_);
+  std::vector<RkNode*> nodes;
+  nodes.reserve(links_.size() + 2);
+  nodes.push_back(source_);
+  nodes.insert(nodes.end(), links_.begin(), links_.end());
+  nodes.push_back(target_);
+  for (RkNode* node : nodes)
+    if (node->HasOutput()) node->OutputStream()->setNoWait(true);
+  target_->SetUICallBack(callback);
+  // Each node after the one that feeds it: a node finds its input complete and ended.
+  for (RkNode* node : nodes) RkPipeThread::Conclude(*node, RkPipeThread::RunNode(*node), &handler);
+  for (RkNode* node : nodes)
+    if (node->HasOutput()) node->OutputStream()->setNoWait(false);
+  RaiseStatus();
   return true;
 }
 

@@ -44,8 +44,16 @@ class RkPipe {
   // True, or the failure of the pipe as an exception. Without a target: an assertion failure.
   // If its threads cannot be built it throws RkFatalError(7004).
   bool Run(RkUICallBack* callback);
+  // The same without a thread: the nodes run one after the other on the calling thread, each to
+  // its end. Only for data that fits the buffers of every stream at once (a small entry); a node
+  // that would have to wait for another fails the pipe with (7019, 30) instead, so a stream
+  // that outgrows its buffers ends the run rather than blocking it.
+  bool RunInline(RkUICallBack* callback);
 
  private:
+  // Raises the pipe's status, unless it is clean or a mere stop order.
+  void RaiseStatus();
+
   RkSourceNode* source_ = nullptr;
   RkTargetNode* target_ = nullptr;
   std::vector<RkLinkNode*> links_;

@@ -25,21 +25,24 @@ RkErrorInfo RkPipeThread::RunNode(RkNode& node) noexcept {
   }
 }
 
-void RkPipeThread::operator()() noexcept {
-  const RkErrorInfo result = RunNode(*node_);
+void RkPipeThread::Conclude(RkNode& node, const RkErrorInfo& result, RkErrorCallBack* errors) noexcept {
   if (result.code() != 0) {
-    if (result.code() != kPipeDownstreamFailed) errors_->Report(result);
-    if (node_->HasInput()) node_->InputStream()->failConsumer();
-    if (node_->HasOutput() && result.code() != kPipeInterrupted) node_->OutputStream()->failProducer(result);
+    if (result.code() != kPipeDownstreamFailed) errors->Report(result);
+    if (node.HasInput()) node.InputStream()->failConsumer();
+    if (node.HasOutput() && result.code() != kPipeInterrupted) node.OutputStream()->failProducer(result);
   } else {
-    if (node_->HasInput()) node_->InputStream()->consumerFinished();
+    if (node.HasInput()) node.InputStream()->consumerFinished();
     // A node that stops cleanly without ending its output (a bare return, or an RkNoError(0) of
     // its own) would leave the node below waiting for ever. The stop goes down as a failure of
     // severity 0, which each node below takes for a clean stop in its turn.
-    RkDStream* output = node_->HasOutput() ? node_->OutputStream() : nullptr;
+    RkDStream* output = node.HasOutput() ? node.OutputStream() : nullptr;
     if (output && !output->lastSeen() && !output->consumerDone() && !output->consumerFailed())
       output->failProducer(RkErrorInfo());
   }
+}
+
+void RkPipeThread::operator()() noexcept {
+  Conclude(*node_, RunNode(*node_), errors_);
   if (node_->HasOutput()) {
     RK_ASSERT(exitBarrier_ != nullptr);
     // An interrupt that arrives now must not take the worker past the barrier without the caller.

@@ -32,6 +32,8 @@ class RkPipeThread {
   // an RkError its own code and severity, thread interruption (7005, 30), anything else
   // (7030, 40). A normal return, or RkNoError(0), gives (0, 0).
   static RkLib::RkErrorInfo RunNode(RkNode& node) noexcept;
+  // What a node's end tells its streams and the error callback; the three ways above.
+  static void Conclude(RkNode& node, const RkLib::RkErrorInfo& result, RkErrorCallBack* errors) noexcept;
 
  private:
   RkNode* node_;

@@ -92,6 +92,56 @@ TEST_F(PipeTest, NodesAreReusableAfterReset) {
   }
 }
 
+// ---- Without threads.
+
+// Buffers of 16 bytes, two per stream: a pipe without threads holds one buffer of data and the end
+// mark in each stream, so 16 bytes pass and 40 cannot.
+struct InlineCase {
+  const char* name;
+  size_t bytes;
+  std::optional<uint32_t> code;
+};
+
+class PipeInline : public PipeTest, public testing::WithParamInterface<InlineCase> {};
+
+TEST_P(PipeInline, RunsOnTheCallingThreadOrFailsInsteadOfWaiting) {
+  const InlineCase& c = GetParam();
+  const RkStreamSettings settings = SmallSettings(16);
+  std::vector<uint8_t> data(c.bytes);
+  for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i * 7 + 1);
+  RkPipeLib::RkMemIn source(data.data(), data.size(), nullptr, nullptr, settings);
+  ScriptLink link(settings);
+  RkPipeLib::RkMemOut target(nullptr, nullptr, RkPipeLib::RkMemOut::kNoLimit, settings);
+  RkPipe pipe(&source, {&link}, &target);
+  const int before = ThreadCount();
+  std::optional<RkErrorInfo> outcome;
+  try {
+    pipe.RunInline(nullptr);
+  } catch (const RkError& e) {
+    outcome = RkErrorInfo(e);
+  }
+  EXPECT_EQ(ThreadCount(), before);
+  if (c.code) {
+    ASSERT_TRUE(outcome.has_value());
+    EXPECT_EQ(outcome->code(), *c.code);
+    return;
+  }
+  EXPECT_EQ(outcome, std::nullopt);
+  EXPECT_EQ(target.Bytes(), data);
+  // The same nodes then run with threads as before.
+  source.OutputStream()->Reset();
+  link.OutputStream()->Reset();
+  RkPipeLib::RkMemOut again(nullptr, nullptr, RkPipeLib::RkMemOut::kNoLimit, settings);
+  RkPipe threaded(&source, {&link}, &again);
+  EXPECT_EQ(RunPipe(threaded), std::nullopt);
+  EXPECT_EQ(again.Bytes(), data);
+}
+
+INSTANTIATE_TEST_SUITE_P(Pipe, PipeInline,
+                         testing::Values(InlineCase{"Empty", 0, std::nullopt}, InlineCase{"OneBuffer", 16, std::nullopt},
+                                         InlineCase{"MoreThanTheBuffers", 40, RkPipeLib::kPipeWouldWait}),
+                         [](const auto& row) { return std::string(row.param.name); });
+
 // ---- Ranking of failures.
 
 struct RankCase {

@@ -46,8 +46,16 @@ RkString OutputName(const RkZipEntry& entry, bool junkPaths) {
 RkExtractItem::RkExtractItem(RkExtractPoolGroup& pool) : pool_(pool), reader_(pool.archive.SharedSpan(), kReaderBytes) {}
 
 RkExtractItem::~RkExtractItem() {
+  {
+    boost::lock_guard<boost::mutex> lock(workLock_);
+    workQuit_ = true;
+  }
+  workWake_.notify_all();
   Abort();
-  JoinPipe();
+  if (worker_.joinable()) {
+    boost::this_thread::disable_interruption keepWaiting;
+    worker_.join();
+  }
   RemoveOutput();
 }
 
@@ -138,46 +146,88 @@ bool RkExtractItem::Open() {
   RkExtractTarget target = kExtractToTest;
   if (!pool_.testOnly) {
     target = pool_.selection.toMemory ? kExtractToMemory : kExtractToFile;
-    if (target == kExtractToFile) {
-      const RkLib::FidString path = RkLib::FidString(pool_.output.Base()).Append(entry_->name);
-      if (!file_.OpenAt(folder_->fd(), fileName_.c_str(), "wb", path)) {
-        Report(RkLib::kSeverityFatal, kZipMsgOutput);
-        throw RkLib::RkFatalError(kZipErrOutput);
-      }
-      pipe_.FileOut().SetFile(&file_);
-    }
+    // The file is made by the worker: making files is most of an extraction's system time, and
+    // the workers of several items make theirs at once.
+    openFile_ = target == kExtractToFile;
+    if (openFile_) pipe_.FileOut().SetFile(&file_);
   }
   pipe_.SetUp(*entry_, *data, reader_, target);
   pipe_.Crc().SetProgress(&pool_.progress);
-  pipeError_ = RkErrorInfo();
-  try {
-    pipeThread_ = boost::thread([this] { RunPipe(); });
-  } catch (...) {
-    throw RkLib::RkFatalError(RkPipeLib::kPipeThreadFailed);
-  }
+  // Small data runs through the nodes one after the other: no hand-over between threads.
+  const uint64_t room = RkPipeLib::RkStreamSettings::Instance().pipeBufferSize;
+  inline_ = data->compressedSize64 < room && entry_->originalSize64 < room;
+  StartPipe();
   return false;
 }
 
-void RkExtractItem::RunPipe() noexcept {
-  RkPipeLib::RkUICallBack* poller = pool_.Poller();
-  pipeError_ = RkErrorInfo();
-  try {
-    pipe_.Run(poller);
-  } catch (const RkLib::RkError& e) {
-    pipeError_ = RkErrorInfo(e);
-  } catch (...) {
-    pipeError_ = RkErrorInfo(RkPipeLib::kPipeUnknownException, RkLib::kSeverityFatal);
+void RkExtractItem::StartPipe() {
+  if (!worker_.joinable()) {
+    try {
+      worker_ = boost::thread([this] { Work(); });
+    } catch (...) {
+      throw RkLib::RkFatalError(RkPipeLib::kPipeThreadFailed);
+    }
   }
+  {
+    boost::lock_guard<boost::mutex> lock(workLock_);
+    pipeError_ = RkErrorInfo();
+    workQueued_ = true;
+  }
+  workWake_.notify_all();
 }
 
-void RkExtractItem::JoinPipe() {
-  if (!pipeThread_.joinable()) return;
+void RkExtractItem::Work() noexcept {
+  boost::unique_lock<boost::mutex> lock(workLock_);
+  for (;;) {
+    try {
+      while (!workQueued_ && !workQuit_) workWake_.wait(lock);
+    } catch (const boost::thread_interrupted&) {
+      break;  // the run has been ended
+    }
+    if (workQuit_) break;
+    workQueued_ = false;
+    workRunning_ = true;
+    lock.unlock();
+    RkErrorInfo outcome;
+    try {
+      if (openFile_ && !OpenOutput()) {
+        outcome = RkErrorInfo(kZipErrOutput, RkLib::kSeverityFatal);
+      } else if (inline_) {
+        pipe_.RunInline(pool_.Poller());
+      } else {
+        pipe_.Run(pool_.Poller());
+      }
+    } catch (const RkLib::RkError& e) {
+      outcome = RkErrorInfo(e);
+    } catch (const boost::thread_interrupted&) {
+      outcome = RkErrorInfo(RkPipeLib::kPipeInterrupted, RkLib::kSeverityFatal);
+    } catch (...) {
+      outcome = RkErrorInfo(RkPipeLib::kPipeUnknownException, RkLib::kSeverityFatal);
+    }
+    lock.lock();
+    pipeError_ = outcome;
+    workRunning_ = false;
+    workWake_.notify_all();
+  }
+  // Whoever waits for this worker's entry learns that it will not come.
+  if (workQueued_ || workRunning_) pipeError_ = RkErrorInfo(RkPipeLib::kPipeInterrupted, RkLib::kSeverityFatal);
+  workQueued_ = workRunning_ = false;
+  workWake_.notify_all();
+}
+
+bool RkExtractItem::OpenOutput() {
+  const RkLib::FidString path = RkLib::FidString(pool_.output.Base()).Append(entry_->name);
+  return file_.OpenAt(folder_->fd(), fileName_.c_str(), "wb", path);
+}
+
+void RkExtractItem::WaitPipe() {
   boost::this_thread::disable_interruption keepWaiting;
-  pipeThread_.join();
+  boost::unique_lock<boost::mutex> lock(workLock_);
+  while (workQueued_ || workRunning_) workWake_.wait(lock);
 }
 
 void RkExtractItem::Abort() {
-  if (pipeThread_.joinable()) pipeThread_.interrupt();
+  if (worker_.joinable()) worker_.interrupt();
 }
 
 void RkExtractItem::CloseOutput() {
@@ -221,9 +271,11 @@ void RkExtractItem::CheckData() {
 }
 
 void RkExtractItem::Finish() {
-  JoinPipe();
+  WaitPipe();
   if (skipped) return;
   RkErrorInfo failure = error.severity() != 0 ? error : pipeError_;
+  if (failure.code() == kZipErrOutput && failure.severity() == RkLib::kSeverityFatal)
+    Report(RkLib::kSeverityFatal, kZipMsgOutput);
   if (failure.severity() == 0 && !isFolder_) {
     try {
       CheckData();
@@ -265,6 +317,7 @@ void RkExtractItem::Reset() {
   entry_ = nullptr;
   index_ = -1;
   isFolder_ = false;
+  openFile_ = false;
   pipeError_ = RkErrorInfo();
 }
 

@@ -2,6 +2,8 @@
 // pipe and the thread that runs the pipe. Items are reused for the entries of a run.
 #pragma once
 
+#include <boost/thread/condition_variable.hpp>
+#include <boost/thread/mutex.hpp>
 #include <boost/thread/thread_only.hpp>
 #include <cstdint>
 #include <memory>
@@ -35,9 +37,13 @@ class RkExtractItem : public RkWorkItem {
   void Abort() override;
 
  private:
-  // The pipe's thread: runs the pipe to its end and keeps its outcome.
-  void RunPipe() noexcept;
-  void JoinPipe();
+  // The item's worker thread: made with its first entry, it runs each entry's pipe to its end,
+  // keeps the outcome and waits for the next, so that thousands of small entries cost no thread
+  // each.
+  void Work() noexcept;
+  void StartPipe();
+  bool OpenOutput();
+  void WaitPipe();
   // Reports `messageId` with the entry's name (and `more`) at `level`.
   void Report(uint32_t level, uint32_t messageId, std::initializer_list<RkLib::RkString> more = {});
   // An entry that failed: its partial file goes, its failure is reported and noted for the run;
@@ -59,7 +65,14 @@ class RkExtractItem : public RkWorkItem {
   std::shared_ptr<RkFolderHandle> folder_;  // holds the output file
   std::string fileName_;                    // its last part, in the system's form
 
-  boost::thread pipeThread_;
+  boost::thread worker_;
+  boost::mutex workLock_;
+  boost::condition_variable workWake_;
+  bool workQueued_ = false;  // guarded by workLock_, as the two below
+  bool workRunning_ = false;
+  bool workQuit_ = false;
+  bool inline_ = false;
+  bool openFile_ = false;  // the worker makes the output file first  // the entry's data fits the pipe's buffers: no thread per node
   RkLib::RkErrorInfo pipeError_;
 };
 

@@ -197,4 +197,6 @@ void RkExtractPipe::SetUp(const RkZipEntry& entry, const RkZipEntry& data, RkRea
 
 void RkExtractPipe::Run(RkUICallBack* callback) { pipe_->Run(callback); }
 
+void RkExtractPipe::RunInline(RkUICallBack* callback) { pipe_->RunInline(callback); }
+
 }  // namespace RkArcLib

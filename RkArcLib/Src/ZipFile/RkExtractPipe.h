@@ -36,6 +36,8 @@ class RkExtractPipe {
   void SetUp(const RkZipEntry& entry, const RkZipEntry& data, RkReadBuf& reader, RkExtractTarget target);
   // Runs it on the calling thread; the pipe's failure as an exception.
   void Run(RkPipeLib::RkUICallBack* callback);
+  // The same without threads, for data that fits the buffers (see RkPipe::RunInline).
+  void RunInline(RkPipeLib::RkUICallBack* callback);
 
   RkPipeLib::RkCrcProgress& Crc() { return *crcNode_; }
   RkMultiPipeOut& Output() { return *currentTarget_; }
