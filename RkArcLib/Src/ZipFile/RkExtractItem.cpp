@@ -43,7 +43,14 @@ RkString OutputName(const RkZipEntry& entry, bool junkPaths) {
 
 }  // namespace
 
-RkExtractItem::RkExtractItem(RkExtractPoolGroup& pool) : pool_(pool), reader_(pool.archive.SharedSpan(), kReaderBytes) {}
+RkExtractItem::RkExtractItem(RkExtractPoolGroup& pool) : pool_(pool), reader_(pool.archive.SharedSpan(), kReaderBytes) {
+  // Made now, never during the run: an end of the run may interrupt it from another thread.
+  try {
+    worker_ = boost::thread([this] { Work(); });
+  } catch (...) {
+    throw RkLib::RkFatalError(RkPipeLib::kPipeThreadFailed);
+  }
+}
 
 RkExtractItem::~RkExtractItem() {
   {
@@ -161,15 +168,13 @@ bool RkExtractItem::Open() {
 }
 
 void RkExtractItem::StartPipe() {
-  if (!worker_.joinable()) {
-    try {
-      worker_ = boost::thread([this] { Work(); });
-    } catch (...) {
-      throw RkLib::RkFatalError(RkPipeLib::kPipeThreadFailed);
-    }
-  }
   {
     boost::lock_guard<boost::mutex> lock(workLock_);
+    // A worker that the end of the run has stopped takes no more work.
+    if (workerGone_) {
+      pipeError_ = RkErrorInfo(RkPipeLib::kPipeInterrupted, RkLib::kSeverityFatal);
+      return;
+    }
     pipeError_ = RkErrorInfo();
     workQueued_ = true;
   }
@@ -212,6 +217,7 @@ void RkExtractItem::Work() noexcept {
   // Whoever waits for this worker's entry learns that it will not come.
   if (workQueued_ || workRunning_) pipeError_ = RkErrorInfo(RkPipeLib::kPipeInterrupted, RkLib::kSeverityFatal);
   workQueued_ = workRunning_ = false;
+  workerGone_ = true;
   workWake_.notify_all();
 }
 

@@ -37,7 +37,7 @@ class RkExtractItem : public RkWorkItem {
   void Abort() override;
 
  private:
-  // The item's worker thread: made with its first entry, it runs each entry's pipe to its end,
+  // The item's worker thread: made with the item, it runs each entry's pipe to its end,
   // keeps the outcome and waits for the next, so that thousands of small entries cost no thread
   // each.
   void Work() noexcept;
@@ -71,6 +71,7 @@ class RkExtractItem : public RkWorkItem {
   bool workQueued_ = false;  // guarded by workLock_, as the two below
   bool workRunning_ = false;
   bool workQuit_ = false;
+  bool workerGone_ = false;
   bool inline_ = false;
   bool openFile_ = false;  // the worker makes the output file first  // the entry's data fits the pipe's buffers: no thread per node
   RkLib::RkErrorInfo pipeError_;

@@ -42,12 +42,7 @@ constexpr uint16_t kLzmaEndMarkerFlag = 0x0002;
 }  // namespace
 
 RkExtractPipe::RkExtractPipe()
-    : sourceNode_(std::make_unique<RkExtractSourceNode>()),
-      crcNode_(std::make_unique<RkCrcProgress>(nullptr, nullptr)),
-      fileOut_(std::make_unique<RkExtractOut>()),
-      testOut_(std::make_unique<RkTestOut>()),
-      memoryOut_(std::make_unique<RkInMemoryOut>()),
-      cflagOut_(std::make_unique<RkCFlagTarget>()) {}
+    : sourceNode_(std::make_unique<RkExtractSourceNode>()), crcNode_(std::make_unique<RkCrcProgress>(nullptr, nullptr)) {}
 
 RkExtractPipe::~RkExtractPipe() = default;
 
@@ -171,17 +166,17 @@ void RkExtractPipe::SetUp(const RkZipEntry& entry, const RkZipEntry& data, RkRea
   crcNode_->Reset();
   switch (target) {
     case kExtractToFile:
-      currentTarget_ = fileOut_.get();
+      currentTarget_ = &FileOut();
       break;
     case kExtractToTest:
-      currentTarget_ = testOut_.get();
+      currentTarget_ = &Made(testOut_);
       break;
     case kExtractToMemory:
-      currentTarget_ = memoryOut_.get();
+      currentTarget_ = &MemoryOut();
       memoryOut_->Clear();
       break;
     case kExtractToCFlag:
-      currentTarget_ = cflagOut_.get();
+      currentTarget_ = &CFlagOut();
       cflagOut_->Clear();
       break;
   }

@@ -41,13 +41,19 @@ class RkExtractPipe {
 
   RkPipeLib::RkCrcProgress& Crc() { return *crcNode_; }
   RkMultiPipeOut& Output() { return *currentTarget_; }
-  RkExtractOut& FileOut() { return *fileOut_; }
-  RkInMemoryOut& MemoryOut() { return *memoryOut_; }
-  RkCFlagTarget& CFlagOut() { return *cflagOut_; }
+  // The outputs are made on first use: each holds a buffer of half a megabyte.
+  RkExtractOut& FileOut() { return Made(fileOut_); }
+  RkInMemoryOut& MemoryOut() { return Made(memoryOut_); }
+  RkCFlagTarget& CFlagOut() { return Made(cflagOut_); }
   // Whether the method has a decoder here.
   static bool Decodes(uint32_t method);
 
  private:
+  template <typename Out>
+  static Out& Made(std::unique_ptr<Out>& out) {
+    if (!out) out = std::make_unique<Out>();
+    return *out;
+  }
   RkPipeLib::RkLinkNode* Decoder(const RkZipEntry& data);
 
   std::unique_ptr<RkPipeLib::RkPipe> pipe_;

@@ -139,6 +139,10 @@ bool RkZipFile::Run(const RkArcSelection& selection, bool testOnly, RkState& sta
   } catch (const std::bad_alloc&) {
     state.Set(RkPipeLib::kPipeOutOfMemory, RkLib::kSeverityFatal);
   }
+  // The local headers of entries whose sizes follow their data were needed for this run only.
+  for (const auto& entry : entries_) {
+    if (entry && (entry->flags & kZipFlagDescriptor) && entry->detail()) entry->Detail().localHeader.reset();
+  }
   return state.severity == 0;
 }
 
