@@ -104,18 +104,26 @@ RkErrorInfo RkWorkPoolGroup::FirstItemError() const {
   return itemError_;
 }
 
+// A fatal failure of an item travels down with the item, so that the items before it finish and
+// report first, and clean-up ends the run when it reaches it. The items after it are passed on
+// untouched and dropped by the end of the run.
 void RkPrepareThread::operator()() noexcept {
   RkWorkItem* item = nullptr;
+  bool stopping = false;
   while (pool_.queueToPrepare.Pop(item)) {
     if (item->isLast) {
       pool_.queueToProcess.Push(item);
       return;
     }
-    try {
-      item->Prepare();
-    } catch (...) {
-      item->error = Caught();
-      if (EndsRun(item->error)) return pool_.EndRun(item->error);
+    if (stopping) {
+      item->skipped = true;
+    } else {
+      try {
+        item->Prepare();
+      } catch (...) {
+        item->error = Caught();
+        stopping = EndsRun(item->error);
+      }
     }
     pool_.queueToProcess.Push(item);
   }
@@ -123,11 +131,13 @@ void RkPrepareThread::operator()() noexcept {
 
 void RkProcessThread::operator()() noexcept {
   RkWorkItem* item = nullptr;
+  bool stopping = false;
   while (pool_.queueToProcess.Pop(item)) {
     if (item->isLast) {
       pool_.queueToCleanUp.Push(item);
       return;
     }
+    if (stopping && item->error.severity() == 0) item->skipped = true;
     // An item that failed or was skipped before has nothing to open; clean-up reports it.
     if (item->error.severity() == 0 && !item->skipped) {
       try {
@@ -135,9 +145,9 @@ void RkProcessThread::operator()() noexcept {
         if (item->Open()) item->Hold();
       } catch (...) {
         item->error = Caught();
-        if (EndsRun(item->error)) return pool_.EndRun(item->error);
       }
     }
+    stopping = stopping || EndsRun(item->error);
     pool_.queueToCleanUp.Push(item);
   }
 }

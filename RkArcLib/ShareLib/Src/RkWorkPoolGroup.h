@@ -4,8 +4,9 @@
 // as many as the pool holds, while the archive is read front to back.
 //
 // Failures. An item's own failure (RkSevereError and below) stays with the item: the clean-up
-// step reports it and the run goes on. Anything fatal ends the run: the error is kept, every
-// queue is ended, and each thread stops at its next wait. The caller raises the kept error.
+// step reports it and the run goes on. Anything fatal ends the run, in order: the items before
+// the failing one finish, then the error is kept, every queue is ended, and each thread stops at
+// its next wait. The caller raises the kept error.
 #pragma once
 
 #include <atomic>

@@ -88,26 +88,35 @@ void RkExtractItem::Prepare() {
   isFolder_ = entry_->IsDirectory() || entry_->IsLabel();
   if (pool_.testOnly) return;
   const RkString name = OutputName(*entry_, pool_.selection.JunkPaths());
-  if (isFolder_) {
-    if (pool_.selection.JunkPaths() || name.empty()) {
-      skipped = true;
-      return;
-    }
-    if (pool_.output.MakeFolder(name) != 0) {
-      Report(RkLib::kSeverityFatal, kZipMsgOutput);
-      throw RkLib::RkFatalError(kZipErrOutput);
-    }
-    return;
-  }
-  if (!pool_.ClaimName(name)) throw RkLib::RkFatalError(kZipErrSameName);
-  int systemError = 0;
-  folder_ = pool_.output.ParentOf(name, fileName_, systemError);
-  if (!folder_) {
+  const auto cannotMake = [&] {
     Report(RkLib::kSeverityFatal, kZipMsgOutput);
     throw RkLib::RkFatalError(kZipErrOutput);
+  };
+  if (isFolder_ && (pool_.selection.JunkPaths() || name.empty())) {
+    skipped = true;
+    return;
   }
+  switch (pool_.ClaimName(name, isFolder_)) {
+    case kZipErrSameName:
+      Report(RkLib::kSeverityFatal, kZipMsgSameName);
+      throw RkLib::RkFatalError(kZipErrSameName);
+    case kZipErrOutput:
+      cannotMake();
+      break;
+    default:
+      break;
+  }
+  if (isFolder_) {
+    if (pool_.output.MakeFolder(name) != 0) cannotMake();
+    return;
+  }
+  int systemError = 0;
+  std::string last;
+  std::shared_ptr<RkFolderHandle> folder = pool_.output.ParentOf(name, last, systemError);
+  if (!folder) cannotMake();
   struct stat st;
-  if (::fstatat(folder_->fd(), fileName_.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+  replace_ = ::fstatat(folder->fd(), last.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+  if (replace_) {
     RkArcItem item;
     RkState state;
     pool_.archive.GetItem(index_, item, state);
@@ -115,15 +124,13 @@ void RkExtractItem::Prepare() {
     const int answer = pool_.archive.AskHost([&](RkArcCallback& host) { return host.AskFileExists(path, item); });
     if (answer != kArcExistsReplace && answer != kArcExistsReplaceAll) {
       skipped = true;
-      folder_.reset();
       return;
     }
-    // Replacing never writes through what stands there: a link or a folder is refused.
-    if (!S_ISREG(st.st_mode)) {
-      Report(RkLib::kSeverityFatal, kZipMsgOutput);
-      throw RkLib::RkFatalError(kZipErrOutput);
-    }
+    // Only a plain file is replaced: a link or a folder standing there is the user's, not ours.
+    if (!S_ISREG(st.st_mode)) cannotMake();
   }
+  folder_ = std::move(folder);
+  fileName_ = std::move(last);
 }
 
 void RkExtractItem::Announce() {
@@ -223,7 +230,11 @@ void RkExtractItem::Work() noexcept {
 
 bool RkExtractItem::OpenOutput() {
   const RkLib::FidString path = RkLib::FidString(pool_.output.Base()).Append(entry_->name);
-  return file_.OpenAt(folder_->fd(), fileName_.c_str(), "wb", path);
+  // A file being replaced goes first and the new one is made afresh, so that nothing is ever
+  // written through what stood there: not a link, nor a second name of a file elsewhere.
+  if (replace_ && ::unlinkat(folder_->fd(), fileName_.c_str(), 0) != 0 && errno != ENOENT) return false;
+  created_ = file_.OpenAt(folder_->fd(), fileName_.c_str(), "wxb", path);
+  return created_;
 }
 
 void RkExtractItem::WaitPipe() {
@@ -243,7 +254,9 @@ void RkExtractItem::CloseOutput() {
 
 void RkExtractItem::RemoveOutput() {
   if (file_.IsOpen()) file_.Close();
-  if (folder_ && !fileName_.empty() && !skipped) ::unlinkat(folder_->fd(), fileName_.c_str(), 0);
+  // Only what this item made: a file that stood there and was refused stays.
+  if (created_ && folder_) ::unlinkat(folder_->fd(), fileName_.c_str(), 0);
+  created_ = false;
   folder_.reset();
 }
 
@@ -280,7 +293,8 @@ void RkExtractItem::Finish() {
   WaitPipe();
   if (skipped) return;
   RkErrorInfo failure = error.severity() != 0 ? error : pipeError_;
-  if (failure.code() == kZipErrOutput && failure.severity() == RkLib::kSeverityFatal)
+  // The worker could not make the file (steps before it have reported their own failures).
+  if (error.severity() == 0 && failure.code() == kZipErrOutput && failure.severity() == RkLib::kSeverityFatal)
     Report(RkLib::kSeverityFatal, kZipMsgOutput);
   if (failure.severity() == 0 && !isFolder_) {
     try {
@@ -288,7 +302,11 @@ void RkExtractItem::Finish() {
     } catch (const RkLib::RkError& e) {
       failure = RkErrorInfo(e);
     }
-  } else if (failure.severity() != 0 && failure.code() == kZipErrSizeMismatch) {
+  } else if (failure.severity() != 0 &&
+             (failure.code() == kZipErrSizeMismatch || failure.code() == RkPipeLib::kPipeWouldWait)) {
+    // Without threads, a decoder that has filled the pipe's buffers has already given more than
+    // the small size the entry declares.
+    failure = RkErrorInfo(kZipErrSizeMismatch, RkLib::kSeveritySevere);
     // The output stopped the pipe at the declared size.
     const RkZipEntryDetail* detail = entry_->detail();
     const RkZipEntry* data = detail && detail->target ? detail->target : entry_;
@@ -324,6 +342,8 @@ void RkExtractItem::Reset() {
   index_ = -1;
   isFolder_ = false;
   openFile_ = false;
+  replace_ = false;
+  created_ = false;
   pipeError_ = RkErrorInfo();
 }
 

@@ -62,6 +62,8 @@ class RkExtractItem : public RkWorkItem {
   RkZipEntry* entry_ = nullptr;
   bool lastOfRun_ = false;
   bool isFolder_ = false;
+  bool replace_ = false;  // a plain file stands at the output name and is to be replaced
+  bool created_ = false;  // the output file is this item's own, to remove if the entry fails
   std::shared_ptr<RkFolderHandle> folder_;  // holds the output file
   std::string fileName_;                    // its last part, in the system's form
 

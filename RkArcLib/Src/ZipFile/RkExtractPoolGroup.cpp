@@ -19,14 +19,18 @@ RkExtractPoolGroup::RkExtractPoolGroup(RkZipFile& zip, const RkArcSelection& req
 // The items and the threads use this object's members: they end before it does.
 RkExtractPoolGroup::~RkExtractPoolGroup() { Shutdown(); }
 
-bool RkExtractPoolGroup::ClaimName(std::u16string_view name) {
+uint32_t RkExtractPoolGroup::ClaimName(std::u16string_view name, bool folder) {
   std::u16string key(name);
   for (char16_t& c : key) {
     if (c == u'/') c = u'\\';
     if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c - u'A' + u'a');
   }
   std::lock_guard<std::mutex> lock(Lock());
-  return names_.insert(std::move(key)).second;
+  for (size_t cut = key.find(u'\\'); cut != std::u16string::npos; cut = key.find(u'\\', cut + 1)) {
+    if (names_.count(key.substr(0, cut)) != 0) return uint32_t{kZipErrOutput};
+  }
+  if (folder) return names_.count(key) != 0 ? uint32_t{kZipErrOutput} : 0u;
+  return names_.insert(std::move(key)).second ? 0u : uint32_t{kZipErrSameName};
 }
 
 bool RkExtractPoolGroup::Poll(RkLib::RkMsgQueue*) {

@@ -41,6 +41,7 @@ enum RkZipExtractMessage : uint32_t {
   kZipMsgCrc = 50596,
   kZipMsgDataError = 50598,
   kZipMsgNoDecoder = 50599,
+  kZipMsgSameName = 50600,
 };
 
 class RkExtractPoolGroup : public RkWorkPoolGroup, private RkPipeLib::RkUICallBack {
@@ -56,9 +57,11 @@ class RkExtractPoolGroup : public RkWorkPoolGroup, private RkPipeLib::RkUICallBa
   // Under Lock(): the password that last passed, shared by all items.
   RkLib::RkString password;
 
-  // Reserves `name` (in the archive's form) as an output of this run; false when an earlier item
-  // of the run has it already. Names differing only in case or separator are the same.
-  bool ClaimName(std::u16string_view name);
+  // Reserves `name` (in the archive's form) as a file of this run: 0, or kZipErrSameName when an
+  // earlier item has it already, or kZipErrOutput when one of its folders is a file of an
+  // earlier item (a link written as a file, say). Names differing only in case or separator are
+  // the same. A folder is checked (`folder` true) but not reserved.
+  uint32_t ClaimName(std::u16string_view name, bool folder);
 
   // What the pipes poll after each buffer: false once the run has ended or the host cancels.
   RkPipeLib::RkUICallBack* Poller() { return this; }

@@ -127,14 +127,22 @@ void RkZipFile::CheckLocalHeader(const RkZipEntry& entry, bool ignoreCompressedS
     if (local.crc != entry.crc) fail(kZipErrLocalCrc, kZipMsgLocalCrc, Hex(entry.crc), Hex(local.crc));
     uint64_t packed = local.compressedSize;
     uint64_t size = local.originalSize;
-    // A zip64 entry keeps its local sizes in a zip64 record at the front of the local extra.
-    if (entry.hasZip64 && detail->localExtra.size() >= 20) {
-      RkZipCursor cursor(reinterpret_cast<const uint8_t*>(detail->localExtra.data()), detail->localExtra.size());
-      if (cursor.U16() == kExtraZip64 && cursor.U16() >= 16) {
-        const uint64_t first = cursor.U64();
-        const uint64_t second = cursor.U64();
-        if (size == 0xFFFFFFFF) size = first;
-        if (packed == 0xFFFFFFFF) packed = second;
+    // Sizes that do not fit 32 bits are in the local zip64 record, which may stand anywhere in the
+    // local extra (some writers put their time records first), size first, then packed size.
+    if (size == 0xFFFFFFFF || packed == 0xFFFFFFFF) {
+      const std::string& extra = detail->localExtra;
+      for (size_t at = 0; at + 4 <= extra.size();) {
+        const auto* record = reinterpret_cast<const uint8_t*>(extra.data()) + at;
+        const uint16_t id = RkZipLe16(record);
+        const size_t length = RkZipLe16(record + 2);
+        if (at + 4 + length > extra.size()) break;
+        if (id == kExtraZip64) {
+          RkZipCursor cursor(record + 4, length);
+          if (size == 0xFFFFFFFF && cursor.Remaining() >= 8) size = cursor.U64();
+          if (packed == 0xFFFFFFFF && cursor.Remaining() >= 8) packed = cursor.U64();
+          break;
+        }
+        at += 4 + length;
       }
     }
     if (!ignoreCompressedSize && packed != entry.compressedSize64) {
