@@ -5,17 +5,17 @@
 // writes the file, refuses the password, or produces nothing. A document whose file lies in the
 // temporary folder before the walk counts as ready without any extraction.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
-#include <sstream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,16 +32,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
-
-bool Present(const std::string& path) {
-  std::error_code ec;
-  return fs::symlink_status(path, ec).type() != fs::file_type::not_found;
+// What `f` throws; a failure when it throws nothing.
+std::optional<RkViewerException> Thrown(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const RkViewerException& e) {
+    return e;
+  }
+  ADD_FAILURE() << "no exception";
+  return std::nullopt;
 }
 
 // A collection whose engine extracts by script instead of from an archive.
@@ -61,13 +60,9 @@ class RkScriptedCollection final : public RkDocCollection {
     passwordRefused = false;
     auto it = script.find(path.str());
     switch (it == script.end() ? Act::kNothing : it->second) {
-      case Act::kWrite: {
-        fs::path target = FidString(tempFolder()).ToPosix();
-        target /= path.ToPosix();
-        fs::create_directories(target.parent_path());
-        std::ofstream(target) << "bytes of " << path.toUtf8();
+      case Act::kWrite:
+        RkWriteFile(fs::path(FidString(tempFolder()).ToPosix()) / path.ToPosix(), "bytes of " + path.toUtf8());
         return true;
-      }
       case Act::kRefuse:
         passwordRefused = true;
         return false;
@@ -96,20 +91,14 @@ class RkScriptedCollection final : public RkDocCollection {
   int infoCalls = 0;
 };
 
+using Act = RkScriptedCollection::Act;
+
 class RkCollectionTest : public testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "rkdoccol-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    root_ = pattern;
-    temp_ = root_ + "/extract";
-    archive_ = root_ + "/items.zip";
+    ASSERT_FALSE(root_.empty());
     fs::create_directory(temp_);
-    std::ofstream(archive_) << "PK";
-  }
-  void TearDown() override {
-    std::error_code ec;
-    fs::remove_all(root_, ec);
+    RkWriteFile(archive_, "PK");
   }
 
   static FidString Fid(const std::string& posix) { return FidString::FromPosix(posix); }
@@ -118,130 +107,70 @@ class RkCollectionTest : public testing::Test {
     fs::create_directories(temp_);
     return std::make_unique<RkScriptedCollection>(Fid(archive_), Fid(temp_), correctNames, false);
   }
-  void Touch(const std::string& relative, const std::string& text = "x") {
-    fs::path p = fs::path(temp_) / relative;
-    fs::create_directories(p.parent_path());
-    std::ofstream(p) << text;
-  }
+  void Touch(const std::string& relative, const std::string& text = "x") { RkWriteFile(InTemp(relative), text); }
   std::string InTemp(const std::string& relative) const { return temp_ + "/" + relative; }
 
-  std::string root_, temp_, archive_;
+  RkScratchDir scratch_{"rkdoccol"};
+  const std::string root_ = scratch_.path(), temp_ = root_ + "/extract", archive_ = root_ + "/items.zip";
 };
 
 // ---- construction ----------------------------------------------------------------------------
 
-enum class RkArchiveArg { kFile, kMissing, kFolder, kFolderWithSlash, kEmpty, kLinkToFolder };
-enum class RkTempArg { kFolder, kFolderWithSlash, kMissing, kMissingParent, kUnderAFile, kFile, kEmpty, kLinkToFolder };
-
 struct ConstructCase {
   const char* name;
-  RkArchiveArg archive;
-  RkTempArg temp;
-  uint32_t code, severity;  // 0, 0: accepted
+  const char *archive, *temp;  // under the fixture's folder; "" passes an empty path
+  uint32_t code, severity;     // 0, 0: accepted
 };
 
 class RkCollectionConstruct : public RkCollectionTest, public testing::WithParamInterface<ConstructCase> {};
 
 TEST_P(RkCollectionConstruct, ChecksBothPaths) {
   const ConstructCase& c = GetParam();
-  const std::string folder = root_ + "/folder";
-  fs::create_directory(folder);
-  std::string archive, temp;
-  switch (c.archive) {
-    case RkArchiveArg::kFile:
-      archive = archive_;
-      break;
-    case RkArchiveArg::kMissing:
-      archive = root_ + "/absent.zip";
-      break;
-    case RkArchiveArg::kFolder:
-      archive = folder;
-      break;
-    case RkArchiveArg::kFolderWithSlash:
-      archive = folder + "/";
-      break;
-    case RkArchiveArg::kEmpty:
-      break;
-    case RkArchiveArg::kLinkToFolder:
-      archive = root_ + "/folder-link.zip";
-      fs::create_directory_symlink(folder, archive);
-      break;
-  }
-  switch (c.temp) {
-    case RkTempArg::kFolder:
-      temp = temp_;
-      break;
-    case RkTempArg::kFolderWithSlash:
-      temp = temp_ + "/";
-      break;
-    case RkTempArg::kMissing:
-      temp = root_ + "/absent";
-      break;
-    case RkTempArg::kMissingParent:
-      temp = root_ + "/absent/deeper";
-      break;
-    case RkTempArg::kUnderAFile:
-      temp = archive_ + "/deeper";
-      break;
-    case RkTempArg::kFile:
-      temp = archive_;
-      break;
-    case RkTempArg::kEmpty:
-      break;
-    case RkTempArg::kLinkToFolder:
-      temp = root_ + "/temp-link";
-      fs::create_directory_symlink(temp_, temp);
-      break;
-  }
+  fs::create_directory(root_ + "/folder");
+  fs::create_directory_symlink(root_ + "/folder", root_ + "/folder-link.zip");
+  fs::create_directory_symlink(temp_, root_ + "/temp-link");
+  const FidString archive = Fid(*c.archive ? root_ + "/" + c.archive : "");
+  const FidString temp = Fid(*c.temp ? root_ + "/" + c.temp : "");
   if (c.code == 0) {
-    RkDocCollection collection(Fid(archive), Fid(temp), false, false);
+    RkDocCollection collection(archive, temp, false, false);
     EXPECT_EQ(collection.count(), 0u);
     EXPECT_EQ(collection.activeTypes(), 0u);
     return;
   }
-  try {
-    RkDocCollection collection(Fid(archive), Fid(temp), false, false);
-    ADD_FAILURE() << "accepted";
-  } catch (const RkViewerException& e) {
-    EXPECT_EQ(e.code(), c.code);
-    EXPECT_EQ(e.severity(), c.severity);
-    EXPECT_NE(e.line(), 0u);
-    EXPECT_TRUE(e.module().endsWith(u"RkDocCollection.cpp")) << e.module().toUtf8();
-    const RkLangModule& lang = RkLangModule::Get();
-    EXPECT_EQ(e.description(), c.code > 16000 ? lang.Text(kMsgBadPaths) : lang.SystemText(c.code));
-  }
+  auto e = Thrown([&] { RkDocCollection collection(archive, temp, false, false); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code(), c.code);
+  EXPECT_EQ(e->severity(), c.severity);
+  EXPECT_NE(e->line(), 0u);
+  EXPECT_TRUE(e->module().endsWith(u"RkDocCollection.cpp")) << e->module().toUtf8();
+  const RkLangModule& lang = RkLangModule::Get();
+  EXPECT_EQ(e->description(), c.code > 16000 ? lang.Text(kMsgBadPaths) : lang.SystemText(c.code));
   // A refused construction leaves nothing behind and removes nothing.
   EXPECT_TRUE(fs::is_directory(temp_));
   EXPECT_TRUE(fs::is_regular_file(archive_));
 }
 
+constexpr uint32_t kNotFound = RkLib::kSysFileNotFound;
+
 INSTANTIATE_TEST_SUITE_P(
     Paths, RkCollectionConstruct,
-    testing::Values(
-        ConstructCase{"accepted", RkArchiveArg::kFile, RkTempArg::kFolder, 0, 0},
-        ConstructCase{"temp_with_trailing_slash", RkArchiveArg::kFile, RkTempArg::kFolderWithSlash, 0, 0},
-        ConstructCase{"archive_missing", RkArchiveArg::kMissing, RkTempArg::kFolder, RkLib::kSysFileNotFound,
-                      5},
-        ConstructCase{"archive_is_folder", RkArchiveArg::kFolder, RkTempArg::kFolder, kCodeBadPaths, 2},
-        ConstructCase{"archive_without_file_part", RkArchiveArg::kFolderWithSlash, RkTempArg::kFolder,
-                      kCodeBadPaths, 2},
-        ConstructCase{"archive_empty", RkArchiveArg::kEmpty, RkTempArg::kFolder, kCodeBadPaths, 2},
-        ConstructCase{"temp_missing", RkArchiveArg::kFile, RkTempArg::kMissing, RkLib::kSysFileNotFound, 5},
-        ConstructCase{"temp_parent_missing", RkArchiveArg::kFile, RkTempArg::kMissingParent,
-                      RkLib::kSysFileNotFound, 5},
-        ConstructCase{"temp_under_a_file", RkArchiveArg::kFile, RkTempArg::kUnderAFile,
-                      RkLib::kSysPathNotFound, 5},
-        ConstructCase{"temp_is_file", RkArchiveArg::kFile, RkTempArg::kFile, kCodeBadPaths, 2},
-        ConstructCase{"temp_empty", RkArchiveArg::kFile, RkTempArg::kEmpty, kCodeBadPaths, 2},
-        // The archive is looked at first.
-        ConstructCase{"both_missing", RkArchiveArg::kMissing, RkTempArg::kMissing, RkLib::kSysFileNotFound,
-                      5},
-        ConstructCase{"folder_archive_and_empty_temp", RkArchiveArg::kFolder, RkTempArg::kEmpty,
-                      kCodeBadPaths, 2},
-        // The host's own paths may lie behind links: what they lead to counts.
-        ConstructCase{"temp_behind_a_link", RkArchiveArg::kFile, RkTempArg::kLinkToFolder, 0, 0},
-        ConstructCase{"archive_link_to_folder", RkArchiveArg::kLinkToFolder, RkTempArg::kFolder, kCodeBadPaths,
-                      2}),
+    testing::Values(ConstructCase{"accepted", "items.zip", "extract", 0, 0},
+                    ConstructCase{"temp_with_trailing_slash", "items.zip", "extract/", 0, 0},
+                    ConstructCase{"archive_missing", "absent.zip", "extract", kNotFound, 5},
+                    ConstructCase{"archive_is_folder", "folder", "extract", kCodeBadPaths, 2},
+                    ConstructCase{"archive_without_file_part", "folder/", "extract", kCodeBadPaths, 2},
+                    ConstructCase{"archive_empty", "", "extract", kCodeBadPaths, 2},
+                    ConstructCase{"temp_missing", "items.zip", "absent", kNotFound, 5},
+                    ConstructCase{"temp_parent_missing", "items.zip", "absent/deeper", kNotFound, 5},
+                    ConstructCase{"temp_under_a_file", "items.zip", "items.zip/deeper", RkLib::kSysPathNotFound, 5},
+                    ConstructCase{"temp_is_file", "items.zip", "items.zip", kCodeBadPaths, 2},
+                    ConstructCase{"temp_empty", "items.zip", "", kCodeBadPaths, 2},
+                    // The archive is looked at first.
+                    ConstructCase{"both_missing", "absent.zip", "absent", kNotFound, 5},
+                    ConstructCase{"folder_archive_and_empty_temp", "folder", "", kCodeBadPaths, 2},
+                    // The host's own paths may lie behind links: what they lead to counts.
+                    ConstructCase{"temp_behind_a_link", "items.zip", "temp-link", 0, 0},
+                    ConstructCase{"archive_link_to_folder", "folder-link.zip", "extract", kCodeBadPaths, 2}),
     RkCaseName());
 
 // ---- add ---------------------------------------------------------------------------------------
@@ -250,6 +179,7 @@ TEST_F(RkCollectionTest, AddKeepsTheHostsOrderAndCollectsTypes) {
   auto c = Make();
   RkSourceDocument* text = c->add(u"", u"b.txt", u"b.txt", 11, false, false);
   EXPECT_EQ(c->activeTypes(), uint32_t{kDocumentText});
+  EXPECT_FALSE(c->hasEncrypted());
   RkSourceDocument* image = c->add(u"sub", u"A.PNG", u"A.PNG", 22, true, true);
   EXPECT_EQ(c->activeTypes(), uint32_t{kDocumentImage | kDocumentText});
   ASSERT_EQ(c->count(), 2u);
@@ -258,19 +188,10 @@ TEST_F(RkCollectionTest, AddKeepsTheHostsOrderAndCollectsTypes) {
   EXPECT_EQ(text->getIndex(), 0);
   EXPECT_EQ(image->getIndex(), 1);
   EXPECT_EQ(image->getDocumentType(), uint32_t{kDocumentImage});
-  EXPECT_EQ(image->getTempFolder(), c->tempFolder());
   EXPECT_EQ(image->getItemKey(), 22u);
   EXPECT_TRUE(image->getEncrypted());
   EXPECT_TRUE(image->getStartHere());
   EXPECT_TRUE(c->hasEncrypted());
-  EXPECT_FALSE(text->getEncrypted());
-}
-
-TEST_F(RkCollectionTest, HasEncryptedOnlyWithAnEncryptedDocument) {
-  auto c = Make();
-  EXPECT_FALSE(c->hasEncrypted());
-  c->add(u"", u"a.txt", u"a.txt", 0, false, false);
-  EXPECT_FALSE(c->hasEncrypted());
 }
 
 struct RefusedNameCase {
@@ -285,34 +206,25 @@ TEST_P(RkCollectionRefusedName, Gives87AndAddsNothing) {
   const RefusedNameCase& c = GetParam();
   auto collection = Make();
   collection->add(u"", u"ok.txt", u"ok.txt", 0, false, false);
-  try {
-    collection->add(c.folder, c.fileName, c.fileName, 0, false, false);
-    ADD_FAILURE() << "accepted";
-  } catch (const RkViewerException& e) {
-    EXPECT_EQ(e.code(), uint32_t{kCodeInvalidParameter});
-    EXPECT_EQ(e.severity(), 2u);
-    EXPECT_EQ(e.description(), RkLangModule::Get().SystemText(kCodeInvalidParameter));
-  }
+  auto e = Thrown([&] { collection->add(c.folder, c.fileName, c.fileName, 0, false, false); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code(), uint32_t{kCodeInvalidParameter});
+  EXPECT_EQ(e->severity(), 2u);
+  EXPECT_EQ(e->description(), RkLangModule::Get().SystemText(kCodeInvalidParameter));
   EXPECT_EQ(collection->count(), 1u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Names, RkCollectionRefusedName,
-                         testing::Values(RefusedNameCase{"empty_name", u"", u""},
-                                         RefusedNameCase{"empty_name_in_folder", u"sub", u""},
-                                         RefusedNameCase{"parent", u"", u".."},
-                                         RefusedNameCase{"parent_then_name", u"", u"../x.jpg"},
-                                         RefusedNameCase{"deep_climb", u"", u"a\\..\\..\\x.jpg"},
-                                         RefusedNameCase{"absolute_slash", u"", u"/abs/x.jpg"},
-                                         RefusedNameCase{"absolute_backslash", u"", u"\\abs\\x.jpg"},
-                                         RefusedNameCase{"drive_relative", u"", u"C:x.jpg"},
-                                         RefusedNameCase{"drive_absolute", u"", u"C:\\x.jpg"},
-                                         RefusedNameCase{"unc", u"", u"\\\\srv\\share\\x.jpg"},
-                                         RefusedNameCase{"folder_parent", u"..", u"x.jpg"},
-                                         RefusedNameCase{"folder_ends_in_parent", u"a/..", u"x.jpg"},
-                                         RefusedNameCase{"folder_climbs", u"a/../../b", u"x.jpg"},
-                                         RefusedNameCase{"folder_absolute", u"/abs", u"x.jpg"},
-                                         RefusedNameCase{"folder_drive", u"D:", u"x.jpg"}),
-                         RkCaseName());
+using RN = RefusedNameCase;
+INSTANTIATE_TEST_SUITE_P(
+    Names, RkCollectionRefusedName,
+    testing::Values(RN{"empty_name", u"", u""}, RN{"empty_name_in_folder", u"sub", u""}, RN{"parent", u"", u".."},
+                    RN{"parent_then_name", u"", u"../x.jpg"}, RN{"deep_climb", u"", u"a\\..\\..\\x.jpg"},
+                    RN{"absolute_slash", u"", u"/abs/x.jpg"}, RN{"absolute_backslash", u"", u"\\abs\\x.jpg"},
+                    RN{"drive_relative", u"", u"C:x.jpg"}, RN{"drive_absolute", u"", u"C:\\x.jpg"},
+                    RN{"unc", u"", u"\\\\srv\\share\\x.jpg"}, RN{"folder_parent", u"..", u"x.jpg"},
+                    RN{"folder_ends_in_parent", u"a/..", u"x.jpg"}, RN{"folder_climbs", u"a/../../b", u"x.jpg"},
+                    RN{"folder_absolute", u"/abs", u"x.jpg"}, RN{"folder_drive", u"D:", u"x.jpg"}),
+    RkCaseName());
 
 TEST_F(RkCollectionTest, DotsInsideANameAreNoClimb) {
   auto c = Make();
@@ -362,15 +274,15 @@ class RkCollectionWalk : public RkCollectionTest, public testing::WithParamInter
   // Walks in one direction; checks on the way that isLast tells whether the returned document is
   // at the end of the array in that direction, and that the end comes with isLast set.
   template <typename Start, typename Step>
-  std::vector<int> Collect(const RkDocCollection& c, int direction, Start start, Step step) {
+  static std::vector<int> Collect(RkDocCollection& c, int direction, Start start, Step step) {
     std::vector<int> order;
     bool isLast = false;
-    RkSourceDocument* d = start(isLast);
+    RkSourceDocument* d = (c.*start)(isLast);
     while (d && order.size() <= c.count()) {
       order.push_back(d->getIndex());
       const int end = direction > 0 ? static_cast<int>(c.count()) - 1 : 0;
       EXPECT_EQ(isLast, d->getIndex() == end) << "at " << d->getIndex();
-      d = step(d, isLast);
+      d = (c.*step)(d, isLast);
     }
     EXPECT_EQ(d, nullptr) << "the walk does not end";
     EXPECT_TRUE(isLast);
@@ -380,46 +292,21 @@ class RkCollectionWalk : public RkCollectionTest, public testing::WithParamInter
 
 std::vector<int> Reversed(std::vector<int> v) { return {v.rbegin(), v.rend()}; }
 
-TEST_P(RkCollectionWalk, PlainWalksSkipHiddenDocuments) {
+// Each ready walk and the start run on a collection of their own: a walk's extractions mark
+// documents, and the next walk must not inherit those marks.
+TEST_P(RkCollectionWalk, PlainAndReadyWalksAndTheStart) {
   const WalkCase& w = GetParam();
   RkHideDeletedScope hide(w.hideDeleted);
-  auto c = Build();
-  EXPECT_EQ(Collect(
-                *c, +1, [&](bool& l) { return c->first(l); },
-                [&](RkSourceDocument* d, bool& l) { return c->next(d, l); }),
-            w.plain);
-  EXPECT_EQ(Collect(
-                *c, -1, [&](bool& l) { return c->last(l); },
-                [&](RkSourceDocument* d, bool& l) { return c->previous(d, l); }),
-            Reversed(w.plain));
-  EXPECT_EQ(c->visibleCount(), w.visible);
-  // Plain walks never extract.
-  EXPECT_TRUE(c->calls.empty());
-}
-
-TEST_P(RkCollectionWalk, ReadyWalksForward) {
-  const WalkCase& w = GetParam();
-  RkHideDeletedScope hide(w.hideDeleted);
-  auto c = Build();
-  EXPECT_EQ(Collect(
-                *c, +1, [&](bool& l) { return c->firstReady(l); },
-                [&](RkSourceDocument* d, bool& l) { return c->nextReady(d, l); }),
-            w.ready);
-}
-
-TEST_P(RkCollectionWalk, ReadyWalksBackward) {
-  const WalkCase& w = GetParam();
-  RkHideDeletedScope hide(w.hideDeleted);
-  auto c = Build();
-  EXPECT_EQ(Collect(
-                *c, -1, [&](bool& l) { return c->lastReady(l); },
-                [&](RkSourceDocument* d, bool& l) { return c->previousReady(d, l); }),
-            Reversed(w.ready));
-}
-
-TEST_P(RkCollectionWalk, StartDocument) {
-  const WalkCase& w = GetParam();
-  RkHideDeletedScope hide(w.hideDeleted);
+  using C = RkDocCollection;
+  {
+    auto c = Build();
+    EXPECT_EQ(Collect(*c, +1, &C::first, &C::next), w.plain);
+    EXPECT_EQ(Collect(*c, -1, &C::last, &C::previous), Reversed(w.plain));
+    EXPECT_EQ(c->visibleCount(), w.visible);
+    EXPECT_TRUE(c->calls.empty()) << "a plain walk extracted";
+  }
+  EXPECT_EQ(Collect(*Build(), +1, &C::firstReady, &C::nextReady), w.ready);
+  EXPECT_EQ(Collect(*Build(), -1, &C::lastReady, &C::previousReady), Reversed(w.ready));
   auto c = Build();
   bool isLast = false;
   RkSourceDocument* d = c->startDocument(isLast);
@@ -431,61 +318,55 @@ TEST_P(RkCollectionWalk, StartDocument) {
   }
 }
 
+using W = WalkCase;
 INSTANTIATE_TEST_SUITE_P(
     Collections, RkCollectionWalk,
-    testing::Values(WalkCase{"empty", "", true, {}, {}, -1, 0}, WalkCase{"one", "r", true, {0}, {0}, 0, 1},
-                    WalkCase{"one_missing", "m", true, {0}, {}, -1, 1},
-                    WalkCase{"failed_hidden", "frfrf", true, {1, 3}, {1, 3}, 1, 2},
-                    WalkCase{"all_failed", "fff", true, {}, {}, -1, 0},
-                    WalkCase{"all_missing", "mmm", true, {0, 1, 2}, {}, -1, 3},
-                    WalkCase{"deleted_hidden", "rdrd", true, {0, 2}, {0, 2}, 0, 2},
-                    WalkCase{"deleted_shown_while_switch_off", "rdrd", false, {0, 1, 2, 3}, {0, 2}, 0, 2},
-                    WalkCase{"only_deleted_switch_off", "dd", false, {0, 1}, {}, -1, 0},
-                    WalkCase{"missing_skipped", "mrmrm", true, {0, 1, 2, 3, 4}, {1, 3}, 1, 5},
-                    WalkCase{"failed_and_deleted_mixed", "fdrmf", true, {2, 3}, {2}, 2, 2},
-                    WalkCase{"start_marked", "rRr", true, {0, 1, 2}, {0, 1, 2}, 1, 3},
-                    WalkCase{"start_marked_missing", "rMr", true, {0, 1, 2}, {0, 2}, 2, 3},
-                    WalkCase{"start_wraps_round", "rrMm", true, {0, 1, 2, 3}, {0, 1}, 0, 4},
-                    WalkCase{"start_wraps_over_missing", "mrMm", true, {0, 1, 2, 3}, {1}, 1, 4},
-                    WalkCase{"start_on_failed_takes_first", "rFr", true, {0, 2}, {0, 2}, 0, 2},
-                    WalkCase{"start_on_deleted_hidden", "rDr", true, {0, 2}, {0, 2}, 0, 2},
-                    WalkCase{"start_on_deleted_shown", "rDr", false, {0, 1, 2}, {0, 2}, 2, 2},
-                    WalkCase{"second_start_ignored", "rRR", true, {0, 1, 2}, {0, 1, 2}, 1, 3}),
+    testing::Values(W{"empty", "", true, {}, {}, -1, 0}, W{"one", "r", true, {0}, {0}, 0, 1},
+                    W{"one_missing", "m", true, {0}, {}, -1, 1},
+                    W{"failed_hidden", "frfrf", true, {1, 3}, {1, 3}, 1, 2},
+                    W{"all_failed", "fff", true, {}, {}, -1, 0}, W{"all_missing", "mmm", true, {0, 1, 2}, {}, -1, 3},
+                    W{"deleted_hidden", "rdrd", true, {0, 2}, {0, 2}, 0, 2},
+                    W{"deleted_shown_while_switch_off", "rdrd", false, {0, 1, 2, 3}, {0, 2}, 0, 2},
+                    W{"only_deleted_switch_off", "dd", false, {0, 1}, {}, -1, 0},
+                    W{"missing_skipped", "mrmrm", true, {0, 1, 2, 3, 4}, {1, 3}, 1, 5},
+                    W{"failed_and_deleted_mixed", "fdrmf", true, {2, 3}, {2}, 2, 2},
+                    W{"start_marked", "rRr", true, {0, 1, 2}, {0, 1, 2}, 1, 3},
+                    W{"start_marked_missing", "rMr", true, {0, 1, 2}, {0, 2}, 2, 3},
+                    W{"start_wraps_round", "rrMm", true, {0, 1, 2, 3}, {0, 1}, 0, 4},
+                    W{"start_wraps_over_missing", "mrMm", true, {0, 1, 2, 3}, {1}, 1, 4},
+                    W{"start_on_failed_takes_first", "rFr", true, {0, 2}, {0, 2}, 0, 2},
+                    W{"start_on_deleted_hidden", "rDr", true, {0, 2}, {0, 2}, 0, 2},
+                    W{"start_on_deleted_shown", "rDr", false, {0, 1, 2}, {0, 2}, 2, 2},
+                    W{"second_start_ignored", "rRR", true, {0, 1, 2}, {0, 1, 2}, 1, 3}),
     RkCaseName());
 
 TEST_F(RkCollectionTest, StepsFromNullOrTheEndGiveNullAndIsLast) {
   auto c = Make();
   Touch("a.jpg");
-  RkSourceDocument* a = c->add(u"", u"a.jpg", u"a.jpg", 0, false, false);
-  using Step = RkSourceDocument* (RkDocCollection::*)(const RkSourceDocument*, bool&);
-  for (Step step :
-       {static_cast<Step>(&RkDocCollection::nextReady), static_cast<Step>(&RkDocCollection::previousReady)}) {
-    bool isLast = false;
-    EXPECT_EQ((c.get()->*step)(nullptr, isLast), nullptr);
-    EXPECT_TRUE(isLast);
-    isLast = false;
-    EXPECT_EQ((c.get()->*step)(a, isLast), nullptr);
-    EXPECT_TRUE(isLast);
+  const RkSourceDocument* a = c->add(u"", u"a.jpg", u"a.jpg", 0, false, false);
+  const std::function<RkSourceDocument*(const RkSourceDocument*, bool&)> steps[] = {
+      [&](auto d, bool& l) { return c->next(d, l); }, [&](auto d, bool& l) { return c->previous(d, l); },
+      [&](auto d, bool& l) { return c->nextReady(d, l); }, [&](auto d, bool& l) { return c->previousReady(d, l); }};
+  for (size_t i = 0; i < std::size(steps); ++i) {
+    for (const RkSourceDocument* from : {static_cast<const RkSourceDocument*>(nullptr), a}) {
+      bool isLast = false;
+      EXPECT_EQ(steps[i](from, isLast), nullptr) << "step " << i << (from ? " from the end" : " from null");
+      EXPECT_TRUE(isLast) << "step " << i;
+    }
   }
-  bool isLast = false;
-  EXPECT_EQ(c->next(nullptr, isLast), nullptr);
-  EXPECT_TRUE(isLast);
-  isLast = false;
-  EXPECT_EQ(c->previous(nullptr, isLast), nullptr);
-  EXPECT_TRUE(isLast);
-  isLast = false;
-  EXPECT_EQ(c->next(a, isLast), nullptr);
-  EXPECT_TRUE(isLast);
 }
 
 TEST_F(RkCollectionTest, AMissingFileMarksTheDocumentFailedNotExtracted) {
   auto c = Make();
   Touch("earlier.jpg");
   RkSourceDocument* earlier = c->add(u"", u"earlier.jpg", u"earlier.jpg", 0, false, false);
+  EXPECT_FALSE(c->hasMissingFile());
   RkSourceDocument* missing = c->add(u"", u"missing.jpg", u"missing.jpg", 0, false, false);
+  EXPECT_TRUE(c->hasMissingFile());
   bool isLast = false;
   EXPECT_EQ(c->nextReady(earlier, isLast), nullptr);
   EXPECT_TRUE(missing->getFailed());
+  EXPECT_FALSE(c->hasMissingFile()) << "a failed document is no longer visible";
   EXPECT_FALSE(missing->getExtracted());
   // A file from an earlier run is ready but not ours: the flag that allows deleting it stays clear.
   EXPECT_FALSE(earlier->getExtracted());
@@ -496,16 +377,7 @@ TEST_F(RkCollectionTest, AMissingFileMarksTheDocumentFailedNotExtracted) {
   EXPECT_EQ(c->calls.size(), 1u);
 }
 
-TEST_F(RkCollectionTest, VisibleCountIgnoresTheSwitch) {
-  auto c = Make();
-  c->add(u"", u"a.jpg", u"a.jpg", 0, false, false);
-  c->add(u"", u"b.jpg", u"b.jpg", 0, false, false)->setDeleted(true);
-  c->add(u"", u"c.jpg", u"c.jpg", 0, false, false)->setFailed(true);
-  EXPECT_EQ(c->visibleCount(), 1u);
-  RkHideDeletedScope show(false);
-  EXPECT_EQ(c->visibleCount(), 1u);
-}
-
+// The walk rows run under this scope; their visible counts show that the count ignores the switch.
 TEST_F(RkCollectionTest, HideDeletedScopeRestoresTheSwitch) {
   ASSERT_TRUE(RkHideDeleted());
   {
@@ -515,20 +387,7 @@ TEST_F(RkCollectionTest, HideDeletedScopeRestoresTheSwitch) {
   EXPECT_TRUE(RkHideDeleted());
 }
 
-TEST_F(RkCollectionTest, HasMissingFileCountsVisibleDocumentsOnly) {
-  auto c = Make();
-  Touch("a.jpg");
-  c->add(u"", u"a.jpg", u"a.jpg", 0, false, false);
-  EXPECT_FALSE(c->hasMissingFile());
-  RkSourceDocument* gone = c->add(u"", u"b.jpg", u"b.jpg", 0, false, false);
-  EXPECT_TRUE(c->hasMissingFile());
-  gone->setFailed(true);
-  EXPECT_FALSE(c->hasMissingFile());
-}
-
 // ---- extraction ----------------------------------------------------------------------------------
-
-using Act = RkScriptedCollection::Act;
 
 struct ExtractCase {
   const char* name;
@@ -550,8 +409,7 @@ TEST_P(RkCollectionExtract, ProducesTheFileUnderTheHostsName) {
   c->firstEntries = x.firstEntries;
   RkSourceDocument* d = c->add(x.folder, x.fileName, x.fileName, 0, false, false);
   bool isLast = false;
-  RkSourceDocument* got = c->firstReady(isLast);
-  EXPECT_EQ(got, x.ready ? d : nullptr);
+  EXPECT_EQ(c->firstReady(isLast), x.ready ? d : nullptr);
   EXPECT_EQ(d->getExtracted(), x.ready);
   EXPECT_EQ(d->getFailed(), !x.ready);
   EXPECT_EQ(d->existsOnDisk(), x.ready);
@@ -563,116 +421,52 @@ TEST_P(RkCollectionExtract, ProducesTheFileUnderTheHostsName) {
   ASSERT_FALSE(c->calls.empty());
   EXPECT_EQ(c->calls[0].path, RkJoinPath(x.folder, x.fileName).str());
   if (x.leftBehind) {
-    EXPECT_FALSE(Present(InTemp(x.leftBehind)));
+    EXPECT_FALSE(RkPathPresent(InTemp(x.leftBehind)));
   }
   if (!x.correctNames) {
     EXPECT_EQ(c->infoCalls, 0);
   }
 }
 
+using EC = ExtractCase;
+constexpr Act kWrite = Act::kWrite, kClaim = Act::kClaimOnly;
+
 INSTANTIATE_TEST_SUITE_P(
     Outcomes, RkCollectionExtract,
     testing::Values(
-        ExtractCase{"written", false, u"", u"a.txt", {{u"a.txt", Act::kWrite}}, {}, true, 1, nullptr},
-        ExtractCase{"written_in_folder",
-                    false,
-                    u"sub/deeper",
-                    u"b.png",
-                    {{u"sub/deeper\\b.png", Act::kWrite}},
-                    {},
-                    true,
-                    1,
-                    nullptr},
-        ExtractCase{"engine_fails", true, u"", u"a.txt", {}, {u"a"}, false, 1, nullptr},
-        ExtractCase{"no_file_names_not_corrected",
-                    false,
-                    u"",
-                    u"a.txt",
-                    {{u"a.txt", Act::kClaimOnly}, {u"a", Act::kWrite}},
-                    {u"a"},
-                    false,
-                    1,
-                    "a"},
-        ExtractCase{"name_corrected",
-                    true,
-                    u"",
-                    u"a.txt",
-                    {{u"a.txt", Act::kClaimOnly}, {u"a", Act::kWrite}},
-                    {u"a"},
-                    true,
-                    2,
-                    "a"},
-        ExtractCase{"name_corrected_in_folder",
-                    true,
-                    u"sub",
-                    u"b.txt",
-                    {{u"sub\\b.txt", Act::kClaimOnly}, {u"sub\\b", Act::kWrite}},
-                    {u"b"},
-                    true,
-                    2,
-                    "sub/b"},
-        ExtractCase{
-            "no_first_entry", true, u"", u"a.txt", {{u"a.txt", Act::kClaimOnly}}, {}, false, 1, nullptr},
-        ExtractCase{"first_entry_has_folder",
-                    true,
-                    u"",
-                    u"a.txt",
-                    {{u"a.txt", Act::kClaimOnly}, {u"d\\a", Act::kWrite}},
-                    {u"d\\a"},
-                    false,
-                    1,
-                    "d"},
-        ExtractCase{"first_entry_same_name",
-                    true,
-                    u"",
-                    u"a.txt",
-                    {{u"a.txt", Act::kClaimOnly}},
-                    {u"a.txt"},
-                    false,
-                    1,
-                    nullptr},
-        ExtractCase{"first_entry_climbs",
-                    true,
-                    u"sub",
-                    u"a.txt",
-                    {{u"sub\\a.txt", Act::kClaimOnly}},
-                    {u".."},
-                    false,
-                    1,
-                    nullptr},
-        ExtractCase{"at_most_two_attempts",
-                    true,
-                    u"",
-                    u"a.txt",
-                    {{u"a.txt", Act::kClaimOnly}, {u"a", Act::kClaimOnly}, {u"b", Act::kWrite}},
-                    {u"a", u"b"},
-                    false,
-                    2,
-                    "b"}),
+        EC{"written", false, u"", u"a.txt", {{u"a.txt", kWrite}}, {}, true, 1, nullptr},
+        EC{"written_in_folder", false, u"sub/deeper", u"b.png", {{u"sub/deeper\\b.png", kWrite}}, {}, true, 1,
+           nullptr},
+        EC{"engine_fails", true, u"", u"a.txt", {}, {u"a"}, false, 1, nullptr},
+        EC{"no_file_names_not_corrected", false, u"", u"a.txt", {{u"a.txt", kClaim}, {u"a", kWrite}}, {u"a"}, false,
+           1, "a"},
+        EC{"name_corrected", true, u"", u"a.txt", {{u"a.txt", kClaim}, {u"a", kWrite}}, {u"a"}, true, 2, "a"},
+        EC{"name_corrected_in_folder", true, u"sub", u"b.txt", {{u"sub\\b.txt", kClaim}, {u"sub\\b", kWrite}},
+           {u"b"}, true, 2, "sub/b"},
+        EC{"no_first_entry", true, u"", u"a.txt", {{u"a.txt", kClaim}}, {}, false, 1, nullptr},
+        EC{"first_entry_has_folder", true, u"", u"a.txt", {{u"a.txt", kClaim}, {u"d\\a", kWrite}}, {u"d\\a"}, false,
+           1, "d"},
+        EC{"first_entry_same_name", true, u"", u"a.txt", {{u"a.txt", kClaim}}, {u"a.txt"}, false, 1, nullptr},
+        EC{"first_entry_climbs", true, u"sub", u"a.txt", {{u"sub\\a.txt", kClaim}}, {u".."}, false, 1, nullptr},
+        EC{"at_most_two_attempts", true, u"", u"a.txt", {{u"a.txt", kClaim}, {u"a", kClaim}, {u"b", kWrite}},
+           {u"a", u"b"}, false, 2, "b"}),
     RkCaseName());
 
-TEST_F(RkCollectionTest, ExtractionPassesTheEncryptedFlagAndKey) {
+TEST_F(RkCollectionTest, AFileThatVanishedIsExtractedAgainWithFlagAndKey) {
   auto c = Make();
-  c->script = {{u"s\\e.jpg", Act::kWrite}};
-  c->add(u"s", u"e.jpg", u"e.jpg", 0xFEEDull, true, false);
-  bool isLast = false;
-  ASSERT_NE(c->firstReady(isLast), nullptr);
-  ASSERT_EQ(c->calls.size(), 1u);
-  EXPECT_TRUE(c->calls[0].usePassword);
-  EXPECT_EQ(c->calls[0].itemKey, 0xFEEDull);
-}
-
-TEST_F(RkCollectionTest, AFileThatVanishedIsExtractedAgain) {
-  auto c = Make();
-  c->script = {{u"a.jpg", Act::kWrite}};
-  RkSourceDocument* d = c->add(u"", u"a.jpg", u"a.jpg", 0, false, false);
+  c->script = {{u"s\\e.jpg", kWrite}};
+  RkSourceDocument* d = c->add(u"s", u"e.jpg", u"e.jpg", 0xFEEDull, true, false);
   bool isLast = false;
   ASSERT_EQ(c->firstReady(isLast), d);
   ASSERT_EQ(c->firstReady(isLast), d);
   EXPECT_EQ(c->calls.size(), 1u) << "a file on disk is not extracted twice";
-  fs::remove(InTemp("a.jpg"));
+  fs::remove(InTemp("s/e.jpg"));
   ASSERT_EQ(c->firstReady(isLast), d);
-  EXPECT_EQ(c->calls.size(), 2u);
+  ASSERT_EQ(c->calls.size(), 2u);
+  for (const RkScriptedCollection::Call& call : c->calls) {
+    EXPECT_TRUE(call.usePassword);
+    EXPECT_EQ(call.itemKey, 0xFEEDull);
+  }
 }
 
 struct RefusalCase {
@@ -684,32 +478,32 @@ struct RefusalCase {
 class RkCollectionRefusal : public RkCollectionTest, public testing::WithParamInterface<RefusalCase> {
  protected:
   static void ExpectRefused(const std::function<void()>& walk) {
-    try {
-      walk();
-      ADD_FAILURE() << "no exception";
-    } catch (const RkViewerException& e) {
-      EXPECT_EQ(e.code(), uint32_t{kCodePasswordRefused});
-      EXPECT_EQ(e.severity(), 7u);
-      EXPECT_EQ(e.description(), RkLangModule::Get().Text(kMsgPasswordRefused));
-    }
+    auto e = Thrown(walk);
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->code(), uint32_t{kCodePasswordRefused});
+    EXPECT_EQ(e->severity(), 7u);
+    EXPECT_EQ(e->description(), RkLangModule::Get().Text(kMsgPasswordRefused));
+  }
+  // "open.jpg" on disk, then "locked.jpg" whose password the engine refuses.
+  std::unique_ptr<RkScriptedCollection> Build(bool lockedIsStart) {
+    auto c = Make();
+    c->setNavigationContext(GetParam().context);
+    c->script = {{u"locked.jpg", Act::kRefuse}};
+    Touch("open.jpg");
+    c->add(u"", u"open.jpg", u"open.jpg", 0, false, false);
+    c->add(u"", u"locked.jpg", u"locked.jpg", 0, true, lockedIsStart);
+    return c;
   }
 };
 
 TEST_P(RkCollectionRefusal, StopsTheWalkAndMarksOutsideASlideShow) {
   const RefusalCase& r = GetParam();
-  auto c = Make();
-  c->setNavigationContext(r.context);
-  c->script = {{u"locked.jpg", Act::kRefuse}};
-  Touch("open.jpg");
-  RkSourceDocument* open = c->add(u"", u"open.jpg", u"open.jpg", 0, false, false);
-  RkSourceDocument* locked = c->add(u"", u"locked.jpg", u"locked.jpg", 0, true, false);
-  ExpectRefused([&] {
-    bool isLast = false;
-    c->nextReady(open, isLast);
-  });
+  auto c = Build(false);
+  RkSourceDocument *open = c->at(0), *locked = c->at(1);
+  bool isLast = false;
+  ExpectRefused([&] { c->nextReady(open, isLast); });
   EXPECT_EQ(locked->getFailed(), r.markedFailed);
   EXPECT_FALSE(locked->getExtracted());
-  bool isLast = false;
   if (r.markedFailed) {
     // The window moves on: the refused document is hidden now.
     EXPECT_EQ(c->nextReady(open, isLast), nullptr);
@@ -719,21 +513,11 @@ TEST_P(RkCollectionRefusal, StopsTheWalkAndMarksOutsideASlideShow) {
     ExpectRefused([&] { c->nextReady(open, isLast); });
     EXPECT_EQ(c->calls.size(), 2u);
   }
-}
-
-TEST_P(RkCollectionRefusal, StartDocumentPassesTheRefusalOn) {
-  const RefusalCase& r = GetParam();
-  auto c = Make();
-  c->setNavigationContext(r.context);
-  c->script = {{u"locked.jpg", Act::kRefuse}};
-  Touch("open.jpg");
-  c->add(u"", u"open.jpg", u"open.jpg", 0, false, false);
-  RkSourceDocument* locked = c->add(u"", u"locked.jpg", u"locked.jpg", 0, true, true);
-  ExpectRefused([&] {
-    bool isLast = false;
-    c->startDocument(isLast);
-  });
-  EXPECT_EQ(locked->getFailed(), r.markedFailed);
+  c.reset();
+  // The start document passes the refusal on, and marks as the walk does.
+  auto s = Build(true);
+  ExpectRefused([&] { s->startDocument(isLast); });
+  EXPECT_EQ(s->at(1)->getFailed(), r.markedFailed);
 }
 
 INSTANTIATE_TEST_SUITE_P(Contexts, RkCollectionRefusal,
@@ -786,8 +570,7 @@ TEST_P(RkCollectionSaveAs, CopiesReportsAndKeeps) {
   RkCallbackScope scope(&host);
   auto c = Make();
   RkSourceDocument* d = c->add(s.folder, u"a.jpg", u"a.jpg", 5, true, false);
-  fs::create_directories(d->fullFolder().ToPosix());
-  std::ofstream(d->fullPath().ToPosix()) << "rotated image";
+  RkWriteFile(d->fullPath().ToPosix(), "rotated image");
   d->setExtracted(s.extracted);
   d->setKeepFile(s.keepFile);
   d->setModification(kModificationRotated);
@@ -808,8 +591,8 @@ TEST_P(RkCollectionSaveAs, CopiesReportsAndKeeps) {
     EXPECT_EQ(added->getExtracted(), s.extracted);
     EXPECT_FALSE(added->getEncrypted());
     EXPECT_EQ(added->getItemKey(), 0u);
-    EXPECT_EQ(ReadAll(added->fullPath().ToPosix()), "rotated image");
-    EXPECT_EQ(ReadAll(d->fullPath().ToPosix()), "rotated image");
+    EXPECT_EQ(RkReadFile(added->fullPath().ToPosix()), "rotated image");
+    EXPECT_EQ(RkReadFile(d->fullPath().ToPosix()), "rotated image");
     EXPECT_EQ(d->getKeepFile(), s.keepFile);
   } else {
     EXPECT_EQ(added, nullptr);
@@ -828,52 +611,39 @@ TEST_P(RkCollectionSaveAs, CopiesReportsAndKeeps) {
   }
 }
 
+using SA = SaveAsCase;
 INSTANTIATE_TEST_SUITE_P(
     Cases, RkCollectionSaveAs,
-    testing::Values(SaveAsCase{"new_name", u"sub", true, false, u"b.jpg", true, true},
-                    SaveAsCase{"new_name_at_root", u"", true, false, u"b.jpg", true, true},
-                    SaveAsCase{"new_name_other_type", u"", true, false, u"b.txt", true, true},
-                    SaveAsCase{"new_name_not_extracted", u"sub", false, false, u"b.jpg", true, false},
-                    SaveAsCase{"same_name", u"sub", true, false, u"a.jpg", false, true},
-                    SaveAsCase{"empty_name", u"", true, false, u"", false, true},
-                    SaveAsCase{"same_name_not_extracted", u"", false, false, u"a.jpg", false, false},
-                    SaveAsCase{"same_name_already_kept", u"", true, true, u"a.jpg", false, false},
-                    SaveAsCase{"new_name_from_kept", u"", true, true, u"b.jpg", true, true}),
+    testing::Values(SA{"new_name", u"sub", true, false, u"b.jpg", true, true},
+                    SA{"new_name_at_root", u"", true, false, u"b.jpg", true, true},
+                    SA{"new_name_other_type", u"", true, false, u"b.txt", true, true},
+                    SA{"new_name_not_extracted", u"sub", false, false, u"b.jpg", true, false},
+                    SA{"same_name", u"sub", true, false, u"a.jpg", false, true},
+                    SA{"empty_name", u"", true, false, u"", false, true},
+                    SA{"same_name_not_extracted", u"", false, false, u"a.jpg", false, false},
+                    SA{"same_name_already_kept", u"", true, true, u"a.jpg", false, false},
+                    SA{"new_name_from_kept", u"", true, true, u"b.jpg", true, true}),
     RkCaseName());
 
-TEST_F(RkCollectionTest, SaveAsReplacesAFileUnderTheNewName) {
+TEST_F(RkCollectionTest, SaveAsNeedsTheSourceReplacesTheTargetAndNeverClimbs) {
   auto c = Make();
+  RkSourceDocument* d = c->add(u"", u"a.jpg", u"a.jpg", 0, false, false);
+  RkSourceDocument* added = nullptr;
+  auto e = Thrown([&] { c->saveAs(d, &added, u"b.jpg"); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->code(), RkLib::kSysFileNotFound);
+  EXPECT_EQ(e->severity(), 5u);
+  EXPECT_EQ(added, nullptr);
+  EXPECT_FALSE(RkPathPresent(InTemp("b.jpg")));
+
   Touch("a.jpg", "new content");
   Touch("b.jpg", "old content");
-  RkSourceDocument* d = c->add(u"", u"a.jpg", u"a.jpg", 0, false, false);
-  RkSourceDocument* added = nullptr;
   EXPECT_TRUE(c->saveAs(d, &added, u"b.jpg"));
-  EXPECT_EQ(ReadAll(InTemp("b.jpg")), "new content");
-}
-
-TEST_F(RkCollectionTest, SaveAsWithoutTheSourceFileRaisesTheSystemError) {
-  auto c = Make();
-  RkSourceDocument* d = c->add(u"", u"a.jpg", u"a.jpg", 0, false, false);
-  RkSourceDocument* added = nullptr;
-  try {
-    c->saveAs(d, &added, u"b.jpg");
-    ADD_FAILURE() << "no exception";
-  } catch (const RkViewerException& e) {
-    EXPECT_EQ(e.code(), RkLib::kSysFileNotFound);
-    EXPECT_EQ(e.severity(), 5u);
-  }
-  EXPECT_EQ(added, nullptr);
-  EXPECT_FALSE(Present(InTemp("b.jpg")));
-}
-
-TEST_F(RkCollectionTest, SaveAsToAClimbingNameIsRefused) {
-  auto c = Make();
-  Touch("a.jpg");
-  RkSourceDocument* d = c->add(u"", u"a.jpg", u"a.jpg", 0, false, false);
-  RkSourceDocument* added = nullptr;
+  EXPECT_EQ(RkReadFile(InTemp("b.jpg")), "new content");
+  const size_t count = c->count();
   EXPECT_THROW(c->saveAs(d, &added, u"../escaped.jpg"), RkViewerException);
-  EXPECT_FALSE(Present(root_ + "/escaped.jpg"));
-  EXPECT_EQ(c->count(), 1u);
+  EXPECT_FALSE(RkPathPresent(root_ + "/escaped.jpg"));
+  EXPECT_EQ(c->count(), count);
 }
 
 TEST_F(RkCollectionTest, SaveAsOfAnExtractionKeepsTheCopyAndDeletesTheOriginal) {
@@ -881,7 +651,7 @@ TEST_F(RkCollectionTest, SaveAsOfAnExtractionKeepsTheCopyAndDeletesTheOriginal) 
   RkCallbackScope scope(&host);
   {
     auto c = Make();
-    c->script = {{u"a.jpg", Act::kWrite}};
+    c->script = {{u"a.jpg", kWrite}};
     RkSourceDocument* d = c->add(u"", u"a.jpg", u"a.jpg", 0, false, false);
     bool isLast = false;
     ASSERT_EQ(c->firstReady(isLast), d);
@@ -889,7 +659,7 @@ TEST_F(RkCollectionTest, SaveAsOfAnExtractionKeepsTheCopyAndDeletesTheOriginal) 
     ASSERT_TRUE(c->saveAs(d, &added, u"copy.jpg"));
     EXPECT_EQ(host.changes.size(), 1u);
   }
-  EXPECT_FALSE(Present(InTemp("a.jpg")));
+  EXPECT_FALSE(RkPathPresent(InTemp("a.jpg")));
   EXPECT_TRUE(fs::is_regular_file(InTemp("copy.jpg")));
 }
 
@@ -915,16 +685,14 @@ TEST_F(RkCollectionTest, HostRefusingTheSavedItemIsAnAssertion) {
 
 struct DocSpec {
   std::u16string_view folder, fileName;
-  bool extracted = false, keepFile = false, wiped = false, deleted = false, onDisk = true;
+  const char* flags;  // x extracted, k keepFile, w wiped, d deleted, - no file on disk
 };
 
 struct DestroyCase {
   const char* name;
   std::vector<DocSpec> documents;
-  std::vector<std::string> strangerFiles;  // under the temporary folder, not documents
-  std::vector<std::string> emptyFolders;   // under the temporary folder
-  bool trailingSeparator;
-  bool folderSurvives;
+  std::vector<std::string> others;  // entries under the temporary folder, not documents; "x/" a folder
+  bool trailingSeparator, folderSurvives;
   std::vector<std::string> gone, kept;  // under the temporary folder
 };
 
@@ -932,92 +700,48 @@ class RkCollectionDestroy : public RkCollectionTest, public testing::WithParamIn
 
 TEST_P(RkCollectionDestroy, DeletesWhatItExtractedAndAnEmptyFolder) {
   const DestroyCase& x = GetParam();
-  for (const std::string& f : x.strangerFiles) Touch(f);
-  for (const std::string& f : x.emptyFolders) fs::create_directories(InTemp(f));
+  for (const std::string& f : x.others) {
+    if (f.ends_with('/')) fs::create_directories(InTemp(f));
+    else Touch(f);
+  }
   {
     RkDocCollection c(Fid(archive_), Fid(x.trailingSeparator ? temp_ + "/" : temp_), false, false);
     for (const DocSpec& s : x.documents) {
+      auto has = [&](char flag) { return std::strchr(s.flags, flag) != nullptr; };
       RkSourceDocument* d = c.add(s.folder, s.fileName, s.fileName, 0, false, false);
-      if (s.onDisk) {
-        fs::create_directories(d->fullFolder().ToPosix());
-        std::ofstream(d->fullPath().ToPosix()) << "x";
-      }
-      d->setExtracted(s.extracted);
-      d->setKeepFile(s.keepFile);
-      d->setWiped(s.wiped);
-      d->setDeleted(s.deleted);
+      if (!has('-')) RkWriteFile(d->fullPath().ToPosix(), "x");
+      d->setExtracted(has('x'));
+      d->setKeepFile(has('k'));
+      d->setWiped(has('w'));
+      d->setDeleted(has('d'));
     }
   }
   EXPECT_EQ(fs::is_directory(temp_), x.folderSurvives);
-  for (const std::string& f : x.gone) EXPECT_FALSE(Present(InTemp(f))) << f;
-  for (const std::string& f : x.kept) EXPECT_TRUE(Present(InTemp(f))) << f;
+  for (const std::string& f : x.gone) EXPECT_FALSE(RkPathPresent(InTemp(f))) << f;
+  for (const std::string& f : x.kept) EXPECT_TRUE(RkPathPresent(InTemp(f))) << f;
   EXPECT_TRUE(fs::is_regular_file(archive_));
 }
 
+using DC = DestroyCase;
 INSTANTIATE_TEST_SUITE_P(
     Folders, RkCollectionDestroy,
     testing::Values(
-        DestroyCase{"nothing_added", {}, {}, {}, false, false, {}, {}},
-        DestroyCase{"extracted_files_and_folder_go",
-                    {{u"", u"a.jpg", true}, {u"sub", u"b.txt", true}, {u"sub\\deeper", u"c.png", true}},
-                    {},
-                    {},
-                    false,
-                    false,
-                    {"a.jpg", "sub/b.txt", "sub/deeper/c.png"},
-                    {}},
-        DestroyCase{"trailing_separator", {{u"", u"a.jpg", true}}, {}, {}, true, false, {"a.jpg"}, {}},
-        DestroyCase{"empty_sub_folders_only", {}, {}, {"x/y/z", "w"}, false, false, {}, {}},
-        DestroyCase{"kept_file_keeps_folder",
-                    {{u"", u"a.jpg", true}, {u"", u"mine.jpg", true, true}},
-                    {},
-                    {},
-                    false,
-                    true,
-                    {"a.jpg"},
-                    {"mine.jpg"}},
-        DestroyCase{"wiped_file_left_to_the_wiper",
-                    {{u"", u"s.jpg", true, false, true}},
-                    {},
-                    {},
-                    false,
-                    true,
-                    {},
-                    {"s.jpg"}},
-        DestroyCase{
-            "earlier_file_not_ours", {{u"", u"old.jpg", false}}, {}, {}, false, true, {}, {"old.jpg"}},
-        DestroyCase{"stranger_file_deep_down",
-                    {{u"", u"a.jpg", true}},
-                    {"x/y/other.dat"},
-                    {},
-                    false,
-                    true,
-                    {"a.jpg"},
-                    {"x/y/other.dat"}},
-        DestroyCase{"deleted_document_keeps_empty_folder",
-                    {{u"", u"a.jpg", true}, {u"", u"del.jpg", true, false, false, true}},
-                    {},
-                    {},
-                    false,
-                    true,
-                    {"a.jpg", "del.jpg"},
-                    {}},
-        DestroyCase{"deleted_without_file_keeps_folder",
-                    {{u"", u"del.jpg", false, false, false, true, false}},
-                    {},
-                    {},
-                    false,
-                    true,
-                    {},
-                    {}},
-        DestroyCase{"failed_document_without_file",
-                    {{u"", u"f.jpg", false, false, false, false, false}},
-                    {},
-                    {},
-                    false,
-                    false,
-                    {},
-                    {}}),
+        DC{"nothing_added", {}, {}, false, false, {}, {}},
+        DC{"extracted_files_and_folder_go",
+           {{u"", u"a.jpg", "x"}, {u"sub", u"b.txt", "x"}, {u"sub\\deeper", u"c.png", "x"}},
+           {}, false, false, {"a.jpg", "sub/b.txt", "sub/deeper/c.png"}, {}},
+        DC{"trailing_separator", {{u"", u"a.jpg", "x"}}, {}, true, false, {"a.jpg"}, {}},
+        DC{"empty_sub_folders_only", {}, {"x/y/z/", "w/"}, false, false, {}, {}},
+        DC{"kept_file_keeps_folder", {{u"", u"a.jpg", "x"}, {u"", u"mine.jpg", "xk"}}, {}, false, true, {"a.jpg"},
+           {"mine.jpg"}},
+        DC{"wiped_file_left_to_the_wiper", {{u"", u"s.jpg", "xw"}}, {}, false, true, {}, {"s.jpg"}},
+        DC{"earlier_file_not_ours", {{u"", u"old.jpg", ""}}, {}, false, true, {}, {"old.jpg"}},
+        DC{"stranger_file_deep_down", {{u"", u"a.jpg", "x"}}, {"x/y/other.dat"}, false, true, {"a.jpg"},
+           {"x/y/other.dat"}},
+        DC{"deleted_document_keeps_empty_folder", {{u"", u"a.jpg", "x"}, {u"", u"del.jpg", "xd"}}, {}, false, true,
+           {"a.jpg", "del.jpg"}, {}},
+        DC{"deleted_without_file_keeps_folder", {{u"", u"del.jpg", "d-"}}, {}, false, true, {}, {}},
+        DC{"failed_document_without_file", {{u"", u"f.jpg", "-"}}, {}, false, false, {}, {}}),
     RkCaseName());
 
 TEST_F(RkCollectionTest, DestructionFollowsNoLinkOutOfTheFolder) {
@@ -1033,11 +757,10 @@ TEST_F(RkCollectionTest, DestructionFollowsNoLinkOutOfTheFolder) {
 TEST_F(RkCollectionTest, DestructionAfterTheFolderVanished) {
   {
     RkDocCollection c(Fid(archive_), Fid(temp_), false, false);
-    RkSourceDocument* d = c.add(u"", u"a.jpg", u"a.jpg", 0, false, false);
-    d->setExtracted(true);
+    c.add(u"", u"a.jpg", u"a.jpg", 0, false, false)->setExtracted(true);
     fs::remove_all(temp_);
   }
-  EXPECT_FALSE(Present(temp_));
+  EXPECT_FALSE(RkPathPresent(temp_));
 }
 
 }  // namespace

@@ -10,12 +10,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,25 +29,17 @@ const std::string kBom = "\xEF\xBB\xBF";
 
 std::string WiperPath() { return (fs::read_symlink("/proc/self/exe").parent_path() / "RkWipe64").string(); }
 
-// Bytes that are never all zero, so that an overwrite shows.
-std::string Pattern(size_t size, uint32_t seed = 1) {
+// Any bytes at all, NUL and line ends included; or with `never` set to 1, bytes that are never
+// zero, so that an overwrite shows.
+std::string Noise(size_t size, uint32_t seed, char never = 0) {
   std::string out(size, '\0');
   for (char& c : out) {
     seed = seed * 1103515245u + 12345u;
-    c = static_cast<char>((seed >> 16) | 1);
+    c = static_cast<char>((seed >> 16) | never);
   }
   return out;
 }
-
-// Any bytes at all, NUL and line ends included.
-std::string Noise(size_t size, uint32_t seed) {
-  std::string out(size, '\0');
-  for (char& c : out) {
-    seed = seed * 1103515245u + 12345u;
-    c = static_cast<char>(seed >> 16);
-  }
-  return out;
-}
+std::string Pattern(size_t size) { return Noise(size, 1, 1); }
 
 class RkWipe64Test : public testing::Test {
  protected:
@@ -61,37 +50,17 @@ class RkWipe64Test : public testing::Test {
 
   void SetUp() override {
     ASSERT_TRUE(fs::exists(WiperPath())) << "build the RkWipe64 target: " << WiperPath();
-    std::string tmpl = testing::TempDir() + "rkwipe-XXXXXX";
-    ASSERT_NE(mkdtemp(tmpl.data()), nullptr);
-    root_ = tmpl;
-    work_ = root_ + "/files";
+    ASSERT_FALSE(root_.empty());
     fs::create_directory(work_);
-  }
-  void TearDown() override {
-    std::error_code ignored;
-    fs::remove_all(root_, ignored);
   }
 
   std::string Work(const std::string& name) const { return work_ + "/" + name; }
-  static void Write(const std::string& path, const std::string& bytes) {
-    std::ofstream(path, std::ios::binary) << bytes;
-  }
-  static std::string Read(const std::string& path) {
-    std::ostringstream out;
-    out << std::ifstream(path, std::ios::binary).rdbuf();
-    return out.str();
-  }
-  static bool Exists(const std::string& path) {
-    struct stat st;
-    return lstat(path.c_str(), &st) == 0;
-  }
-  std::string WriteList(const std::vector<std::string>& lines, const std::string& head = kBom,
-                        const std::string& eol = "\r\n") const {
-    std::string text = head;
-    for (const std::string& line : lines) text += line + eol;
-    std::string path = root_ + "/RKW1234.tmp";
-    Write(path, text);
-    return path;
+  // The list as the viewer writes it: a byte order mark, then a line per path.
+  std::string WriteList(const std::vector<std::string>& lines) const {
+    std::string text = kBom;
+    for (const std::string& line : lines) text += line + "\r\n";
+    RkWriteFile(root_ + "/RKW1234.tmp", text);
+    return root_ + "/RKW1234.tmp";
   }
 
   // Waits for the launched process with a deadline far beyond any real run, so that a wiper that
@@ -121,7 +90,7 @@ class RkWipe64Test : public testing::Test {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     if (WIFEXITED(status)) run.status = WEXITSTATUS(status);
-    run.messages = Read(log);
+    run.messages = RkReadFile(log);
     return run;
   }
   Run Wipe(const std::vector<std::string>& args) const {
@@ -130,20 +99,20 @@ class RkWipe64Test : public testing::Test {
     return RunWiper(all);
   }
 
-  std::string root_;
-  std::string work_;
+  RkScratchDir scratch_{"rkwipe"};
+  const std::string root_ = scratch_.path(), work_ = root_ + "/files";
 };
 
 TEST_F(RkWipe64Test, OverwritesAFileBeforeUnlinkingIt) {
   // Over three blocks of the wiper, and not a whole number of them.
   const std::string content = Pattern((3 << 20) + 17);
-  Write(Work("secret.bin"), content);
+  RkWriteFile(Work("secret.bin"), content);
   // The descriptor keeps the unlinked file readable, so the bytes the wiper left can be seen.
   int fd = open(Work("secret.bin").c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_GE(fd, 0);
   Run run = Wipe({Work("secret.bin"), "/nViewer"});
   EXPECT_EQ(run.status, 0) << run.messages;
-  EXPECT_FALSE(Exists(Work("secret.bin")));
+  EXPECT_FALSE(RkPathPresent(Work("secret.bin")));
   std::string left(content.size() + 1, 'x');
   EXPECT_EQ(pread(fd, left.data(), left.size(), 0), static_cast<ssize_t>(content.size()));
   left.resize(content.size());
@@ -153,12 +122,12 @@ TEST_F(RkWipe64Test, OverwritesAFileBeforeUnlinkingIt) {
 
 TEST_F(RkWipe64Test, AFileWithAnotherNameLosesOnlyTheListedName) {
   const std::string content = Pattern(5000);
-  Write(Work("listed"), content);
+  RkWriteFile(Work("listed"), content);
   ASSERT_EQ(link(Work("listed").c_str(), (root_ + "/other").c_str()), 0);
   Run run = Wipe({Work("listed")});
   EXPECT_EQ(run.status, 0) << run.messages;
-  EXPECT_FALSE(Exists(Work("listed")));
-  EXPECT_EQ(Read(root_ + "/other"), content);
+  EXPECT_FALSE(RkPathPresent(Work("listed")));
+  EXPECT_EQ(RkReadFile(root_ + "/other"), content);
 }
 
 struct ListForm {
@@ -175,9 +144,9 @@ class RkWipe64ListTest : public RkWipe64Test, public testing::WithParamInterface
 
 TEST_P(RkWipe64ListTest, WipesEveryListedFileAndDeletesTheList) {
   const ListForm& form = GetParam();
-  Write(Work("big"), Pattern((1 << 20) + 1));
-  Write(Work("empty"), "");
-  Write(Work("readonly"), "r");
+  RkWriteFile(Work("big"), Pattern((1 << 20) + 1));
+  RkWriteFile(Work("empty"), "");
+  RkWriteFile(Work("readonly"), "r");
   chmod(Work("readonly").c_str(), 0444);
   ASSERT_EQ(mkfifo(Work("pipe").c_str(), 0600), 0);  // opening it for writing could wait forever
   std::string text = form.head;
@@ -189,11 +158,11 @@ TEST_P(RkWipe64ListTest, WipesEveryListedFileAndDeletesTheList) {
   }
   if (!form.lastLineEnded) text.resize(text.size() - form.eol.size());
   std::string list = WriteList({});
-  Write(list, text);
+  RkWriteFile(list, text);
   Run run = Wipe({"@" + list, "/nViewer"});
   EXPECT_EQ(run.status, 0) << run.messages;
   EXPECT_TRUE(fs::is_empty(work_));
-  EXPECT_FALSE(Exists(list));
+  EXPECT_FALSE(RkPathPresent(list));
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, RkWipe64ListTest,
@@ -223,10 +192,10 @@ TEST_P(RkWipe64FolderTest, RemovesTheFolderOnlyOnceEmpty) {
   for (const std::string& sub : c.subfolders) fs::create_directories(Work("tmp/" + sub));
   std::vector<std::string> lines;
   for (const std::string& f : c.listed) {
-    Write(Work("tmp/" + f), Pattern(100));
+    RkWriteFile(Work("tmp/" + f), Pattern(100));
     lines.push_back(Work("tmp/" + f));
   }
-  for (const std::string& f : c.unlisted) Write(Work("tmp/" + f), "unlisted");
+  for (const std::string& f : c.unlisted) RkWriteFile(Work("tmp/" + f), "unlisted");
   lines.insert(c.folderFirst ? lines.begin() : lines.end(), Work("tmp/"));
   Run run = Wipe({"@" + WriteList(lines), "/nViewer"});
   EXPECT_EQ(run.status, c.status) << run.messages;
@@ -237,7 +206,7 @@ TEST_P(RkWipe64FolderTest, RemovesTheFolderOnlyOnceEmpty) {
   std::sort(remaining.begin(), remaining.end());
   EXPECT_EQ(remaining, c.remaining);
   EXPECT_EQ(fs::exists(Work("tmp")), !c.remaining.empty());
-  for (const std::string& f : c.unlisted) EXPECT_EQ(Read(Work("tmp/" + f)), "unlisted");
+  for (const std::string& f : c.unlisted) EXPECT_EQ(RkReadFile(Work("tmp/" + f)), "unlisted");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -268,14 +237,14 @@ TEST_P(RkWipe64LinkTest, NeverFollowsALink) {
   const LinkCase& c = GetParam();
   const std::string secret = Pattern(3000);
   fs::create_directories(root_ + "/outside/sub");
-  Write(root_ + "/outside/secret", secret);
+  RkWriteFile(root_ + "/outside/secret", secret);
   fs::create_symlink(c.linkTarget, Work("link"));
   std::string entry = Work(c.entry);
   if (c.libraryForm) std::replace(entry.begin(), entry.end(), '/', '\\');
   Run run = Wipe({"@" + WriteList({entry})});
   EXPECT_EQ(run.status, c.status) << run.messages;
-  EXPECT_EQ(Exists(Work("link")), c.linkRemains);
-  EXPECT_EQ(Read(root_ + "/outside/secret"), secret);
+  EXPECT_EQ(RkPathPresent(Work("link")), c.linkRemains);
+  EXPECT_EQ(RkReadFile(root_ + "/outside/secret"), secret);
   EXPECT_TRUE(fs::is_directory(root_ + "/outside/sub"));
 }
 
@@ -301,7 +270,7 @@ class RkWipe64ArgumentTest : public RkWipe64Test, public testing::WithParamInter
 
 TEST_P(RkWipe64ArgumentTest, AcceptsTheLaunchersForms) {
   const ArgumentCase& c = GetParam();
-  Write(Work("file"), "content");
+  RkWriteFile(Work("file"), "content");
   std::string list = WriteList({Work("file")});
   std::vector<std::string> args;
   for (std::string a : c.args) {
@@ -311,7 +280,7 @@ TEST_P(RkWipe64ArgumentTest, AcceptsTheLaunchersForms) {
   }
   Run run = RunWiper(args);
   EXPECT_EQ(run.status, c.status) << run.messages;
-  EXPECT_EQ(!Exists(Work("file")), c.fileGone);
+  EXPECT_EQ(!RkPathPresent(Work("file")), c.fileGone);
   if (c.status == 2) {
     EXPECT_NE(run.messages.find("usage"), std::string::npos);
   }
@@ -339,14 +308,9 @@ INSTANTIATE_TEST_SUITE_P(
         ArgumentCase{"DotDot", {"{file}/../file", "/nViewer"}, 2, false}),
     RkCaseName());
 
-TEST_F(RkWipe64Test, AMissingListFileIsAFailureNotACrash) {
-  Run run = Wipe({"@" + root_ + "/RKWnone.tmp", "/nViewer"});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_NE(run.messages.find("cannot open the list file"), std::string::npos) << run.messages;
-}
-
-// The title reaches the messages whichever form carried it.
-TEST_F(RkWipe64Test, TitleNamesTheWorkInMessages) {
+// A missing list file is a failure, not a crash; the title reaches the message whichever form
+// carried it.
+TEST_F(RkWipe64Test, AMissingListFileFailsUnderTheTitle) {
   struct {
     std::vector<std::string> title;
     std::string prefix;
@@ -363,16 +327,8 @@ TEST_F(RkWipe64Test, TitleNamesTheWorkInMessages) {
     Run run = Wipe(args);
     EXPECT_EQ(run.status, 1) << row.prefix;
     EXPECT_EQ(run.messages.rfind(row.prefix, 0), 0u) << run.messages;
+    EXPECT_NE(run.messages.find("cannot open the list file"), std::string::npos) << run.messages;
   }
-}
-
-TEST_F(RkWipe64Test, AListThatOthersMayWriteIsNotObeyed) {
-  Write(Work("file"), "content");
-  std::string list = WriteList({Work("file")});
-  chmod(list.c_str(), 0666);
-  EXPECT_EQ(Wipe({"@" + list}).status, 1);
-  EXPECT_EQ(Read(Work("file")), "content");
-  EXPECT_FALSE(Exists(list));
 }
 
 TEST_F(RkWipe64Test, AFolderListedWithoutSeparatorIsKept) {
@@ -381,11 +337,13 @@ TEST_F(RkWipe64Test, AFolderListedWithoutSeparatorIsKept) {
   EXPECT_TRUE(fs::is_directory(Work("dir")));
 }
 
+// Lists the wiper must not obey in full, or at all.
 struct GarbageCase {
   std::string name;
   std::function<std::string(const std::string& file)> content;  // the list, given a real file to list
   bool fileGone;
   std::string message;
+  mode_t mode = 0600;  // the list file's
 };
 void PrintTo(const GarbageCase& row, std::ostream* os) { *os << row.name; }
 
@@ -393,13 +351,15 @@ class RkWipe64GarbageTest : public RkWipe64Test, public testing::WithParamInterf
 
 TEST_P(RkWipe64GarbageTest, SurvivesAndDeletesTheList) {
   const GarbageCase& c = GetParam();
-  Write(Work("file"), "content");
+  RkWriteFile(Work("file"), "content");
   std::string list = WriteList({});
-  Write(list, c.content(Work("file")));
+  RkWriteFile(list, c.content(Work("file")));
+  chmod(list.c_str(), c.mode);
   Run run = Wipe({"@" + list, "/nViewer"});
   EXPECT_EQ(run.status, 1) << run.messages;
-  EXPECT_EQ(!Exists(Work("file")), c.fileGone);
-  EXPECT_FALSE(Exists(list));
+  EXPECT_EQ(RkReadFile(Work("file")), c.fileGone ? "" : "content");
+  EXPECT_EQ(!RkPathPresent(Work("file")), c.fileGone);
+  EXPECT_FALSE(RkPathPresent(list));
   EXPECT_NE(run.messages.find(c.message), std::string::npos) << run.messages;
 }
 
@@ -409,34 +369,32 @@ std::string Utf16(const std::string& ascii) {
   return out;
 }
 
+using S = const std::string&;
 INSTANTIATE_TEST_SUITE_P(
     Cases, RkWipe64GarbageTest,
     testing::Values(
-        GarbageCase{"RandomBytes", [](const std::string& f) { return Noise(200000, 7) + "\n" + f + "\n"; },
-                    true, "skipped"},
-        GarbageCase{"EndlessLastLine",
-                    [](const std::string& f) { return f + "\r\n" + std::string(1 << 20, '/'); }, true,
+        GarbageCase{"RandomBytes", [](S f) { return Noise(200000, 7) + "\n" + f + "\n"; }, true, "skipped"},
+        GarbageCase{"EndlessLastLine", [](S f) { return f + "\r\n" + std::string(1 << 20, '/'); }, true,
                     "longer than 64 KiB"},
-        GarbageCase{
-            "LongLineBeforeEntry",
-            [](const std::string& f) { return kBom + "/" + std::string(200000, 'a') + "\r\n" + f + "\r\n"; },
-            true, "line 1 of the list, longer than 64 KiB"},
-        GarbageCase{"Utf16List", [](const std::string& f) { return Utf16(f + "\r\n"); }, false, "NUL byte"},
-        GarbageCase{"InvalidUtf8InLibraryForm", [](const std::string& f) { return f + "\n\\tmp\\\xFF\n"; },
-                    true, "not valid UTF-8"}),
+        GarbageCase{"LongLineBeforeEntry",
+                    [](S f) { return kBom + "/" + std::string(200000, 'a') + "\r\n" + f + "\r\n"; }, true,
+                    "line 1 of the list, longer than 64 KiB"},
+        GarbageCase{"Utf16List", [](S f) { return Utf16(f + "\r\n"); }, false, "NUL byte"},
+        GarbageCase{"InvalidUtf8InLibraryForm", [](S f) { return f + "\n\\tmp\\\xFF\n"; }, true, "not valid UTF-8"},
+        GarbageCase{"WritableByOthers", [](S f) { return kBom + f + "\r\n"; }, false, "not obeyed", 0666}),
     RkCaseName());
 
 TEST_F(RkWipe64Test, DetachedWorkOutlivesTheLaunch) {
-  Write(Work("a"), Pattern(1000));
-  Write(Work("b"), Pattern(1000));
+  RkWriteFile(Work("a"), Pattern(1000));
+  RkWriteFile(Work("b"), Pattern(1000));
   std::string list = WriteList({Work("a"), Work("b"), work_ + "/"});
   // The launcher reaps the first process at once; the work goes on in a process of its own.
   EXPECT_EQ(RunWiper({"\"@" + list + "\"", "\"/nViewer\""}).status, 0);
   auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while ((Exists(work_) || Exists(list)) && std::chrono::steady_clock::now() < deadline)
+  while ((RkPathPresent(work_) || RkPathPresent(list)) && std::chrono::steady_clock::now() < deadline)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  EXPECT_FALSE(Exists(work_));
-  EXPECT_FALSE(Exists(list));
+  EXPECT_FALSE(RkPathPresent(work_));
+  EXPECT_FALSE(RkPathPresent(list));
 }
 
 }  // namespace
