@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,40 +21,23 @@ using RkLib::FidString;
 
 namespace {
 
-void Put16(std::string& s, uint32_t v) {
-  s.push_back(static_cast<char>(v & 0xFF));
-  s.push_back(static_cast<char>((v >> 8) & 0xFF));
-}
-void Put32(std::string& s, uint32_t v) {
-  Put16(s, v & 0xFFFF);
-  Put16(s, v >> 16);
-}
-void Put64(std::string& s, uint64_t v) {
-  Put32(s, static_cast<uint32_t>(v));
-  Put32(s, static_cast<uint32_t>(v >> 32));
+// Little-endian fields, each as {width in bytes, value}.
+std::string Le(std::initializer_list<std::pair<int, uint64_t>> fields) {
+  std::string s;
+  for (const auto& [width, value] : fields) {
+    for (int i = 0; i < width; ++i) s.push_back(static_cast<char>(value >> (8 * i)));
+  }
+  return s;
 }
 
+// Made by Unix 3.0, needs 2.0, deflate, 12:00 on 2025-01-01, CRC 0x12345678, sizes 10 and 20,
+// part 0, mode 0100644.
 std::string Central(const std::string& name, const std::string& extra = "", const std::string& comment = "",
                     uint32_t localOffset = 0) {
-  std::string s;
-  Put32(s, kZipSigCentral);
-  Put16(s, 0x031E);  // Unix, 3.0
-  Put16(s, 20);
-  Put16(s, 0);
-  Put16(s, 8);
-  Put16(s, 0x6000);
-  Put16(s, 0x5A21);
-  Put32(s, 0x12345678);
-  Put32(s, 10);
-  Put32(s, 20);
-  Put16(s, static_cast<uint32_t>(name.size()));
-  Put16(s, static_cast<uint32_t>(extra.size()));
-  Put16(s, static_cast<uint32_t>(comment.size()));
-  Put16(s, 0);
-  Put16(s, 0);
-  Put32(s, 0x81A40000);
-  Put32(s, localOffset);
-  return s + name + extra + comment;
+  return Le({{4, kZipSigCentral}, {2, 0x031E}, {2, 20}, {2, 0}, {2, 8}, {2, 0x6000}, {2, 0x5A21}, {4, 0x12345678},
+             {4, 10}, {4, 20}, {2, name.size()}, {2, extra.size()}, {2, comment.size()}, {2, 0}, {2, 0},
+             {4, 0x81A40000}, {4, localOffset}}) +
+         name + extra + comment;
 }
 
 struct End {
@@ -64,17 +48,10 @@ struct End {
 };
 
 std::string EndRecord(const End& e) {
-  std::string s;
-  Put32(s, kZipSigEnd);
-  Put16(s, e.thisPart);
-  Put16(s, e.cdirStartPart);
-  Put16(s, e.entriesThisPart);
-  Put16(s, e.entriesTotal);
-  Put32(s, e.cdirSize);
-  Put32(s, e.cdirOffset);
-  Put16(s, e.commentLength < 0 ? static_cast<uint32_t>(e.comment.size())
-                               : static_cast<uint32_t>(e.commentLength));
-  return s + e.comment;
+  return Le({{4, kZipSigEnd}, {2, e.thisPart}, {2, e.cdirStartPart}, {2, e.entriesThisPart}, {2, e.entriesTotal},
+             {4, e.cdirSize}, {4, e.cdirOffset},
+             {2, e.commentLength < 0 ? e.comment.size() : static_cast<uint64_t>(e.commentLength)}}) +
+         e.comment;
 }
 
 // Local data that the directory reader never looks at, then the central records, then the end.
@@ -125,24 +102,12 @@ class RkZipDirReaderTest : public testing::Test {
     });
     return names;
   }
-  bool Said(uint32_t id) const {
-    for (const Message& m : messages_) {
-      if (m.id == id) return true;
-    }
-    return false;
-  }
 
   ScratchFolder dir_;
   std::shared_ptr<RkSpanIn> span_;
   std::unique_ptr<RkZipDirReader> reader_;
   std::vector<Message> messages_;
 };
-
-TEST_F(RkZipDirReaderTest, TwentyOneBytesAreNoZip) {
-  RkZipDirReader& reader = Open(EndRecord(End()).substr(0, 21));
-  EXPECT_EQ(CodeOf([&] { reader.Locate(); }), kZipErrNotZip);
-  EXPECT_TRUE(Said(kZipMsgNoEndRecord));
-}
 
 TEST_F(RkZipDirReaderTest, EmptyArchiveHasNoRecords) {
   RkZipDirReader& reader = Open(EndRecord(End()));
@@ -190,26 +155,19 @@ TEST_F(RkZipDirReaderTest, RangedWalkSkipsOutsideRecords) {
   EXPECT_EQ(WalkNames(2, -1), (std::vector<std::string>{"2:c", "3:d"}));
 }
 
-TEST_F(RkZipDirReaderTest, CommentLongerThanTheFileIsCut) {
+// A comment longer than the file is cut, with a note; NULs are trimmed at the end, blanked inside.
+TEST_F(RkZipDirReaderTest, CommentIsCutToTheFileAndItsNulsTrimmedAndBlanked) {
   End e;
-  e.comment = "abc";
-  e.commentLength = 5;
+  e.comment = std::string("a\0b\0\0", 5);
+  e.commentLength = 7;
   RkZipDirReader& reader = Open(EndRecord(e));
   reader.Locate();
-  EXPECT_EQ(reader.EndRecord().commentLength, 3);
-  EXPECT_EQ(reader.EndRecord().comment, RkLib::RkString(u"abc"));
+  EXPECT_EQ(reader.EndRecord().commentLength, 5);
+  EXPECT_EQ(reader.EndRecord().rawComment, e.comment);
+  EXPECT_EQ(reader.EndRecord().comment, RkLib::RkString(u"a b"));
   ASSERT_EQ(messages_.size(), 1u);
   EXPECT_EQ(messages_[0].id, kZipMsgCommentCut);
   EXPECT_EQ(messages_[0].level, 0u);
-}
-
-TEST_F(RkZipDirReaderTest, CommentNulsAreTrimmedAndBlanked) {
-  End e;
-  e.comment = std::string("a\0b\0\0", 5);
-  RkZipDirReader& reader = Open(EndRecord(e));
-  reader.Locate();
-  EXPECT_EQ(reader.EndRecord().rawComment, e.comment);
-  EXPECT_EQ(reader.EndRecord().comment, RkLib::RkString(u"a b"));
 }
 
 TEST_F(RkZipDirReaderTest, LastEndRecordWinsEvenInsideAComment) {
@@ -223,96 +181,26 @@ TEST_F(RkZipDirReaderTest, LastEndRecordWinsEvenInsideAComment) {
   EXPECT_EQ(reader.EndRecord().entriesTotal, 2u);
   EXPECT_EQ(reader.EndRecord().location.offset, zip.size() - 4 - 22);
   EXPECT_EQ(CodeOf([&] { WalkNames(); }), kZipErrNotZip);  // its offset 0 holds no central record
-  EXPECT_TRUE(Said(kZipMsgFirstNotCentral));
-}
-
-TEST_F(RkZipDirReaderTest, HeaderSignatureAfterTheCommentMeansDamage) {
-  std::string zip = Zip({"a"});
-  Put32(zip, kZipSigLocal);
-  EXPECT_EQ(CodeOf([&] { Open(zip).Locate(); }), kZipErrNotZip);
-  EXPECT_TRUE(Said(kZipMsgNoEndRecord));
-  messages_.clear();
-  EXPECT_EQ(CodeOf([&] { Open(Zip({"a"}) + "junk").Locate(); }), 0u);
-}
-
-TEST_F(RkZipDirReaderTest, DirectoryOffsetMustPointAtACentralRecord) {
-  std::string zip = Zip({"a", "b"});
-  const std::string stub = "MZ self-extractor stub";
-  RkZipDirReader& reader = Open(stub + zip);  // offsets not moved by the stub's length
-  reader.Locate();
-  EXPECT_EQ(CodeOf([&] { WalkNames(); }), kZipErrNotZip);
   ASSERT_FALSE(messages_.empty());
   EXPECT_EQ(messages_.back().id, kZipMsgFirstNotCentral);
 }
 
-TEST_F(RkZipDirReaderTest, CountOneTooLowIsTooManyRecords) {
-  Open(Zip({"a", "b", "c"}, End(), -1)).Locate();
-  EXPECT_EQ(CodeOf([&] { WalkNames(); }), kZipErrTooManyRecords);
-  EXPECT_TRUE(Said(kZipMsgTooManyRecords));
+std::string Z64(uint64_t entries, uint64_t cdirSize, uint64_t cdirOffset, uint16_t versionNeeded = 45) {
+  return Le({{4, kZipSigZ64End}, {8, 44}, {2, 45}, {2, versionNeeded}, {4, 0}, {4, 0}, {8, entries}, {8, entries},
+             {8, cdirSize}, {8, cdirOffset}});
 }
 
-TEST_F(RkZipDirReaderTest, CountOneTooHighMeetsTheEndRecord) {
-  Open(Zip({"a", "b"}, End(), 1)).Locate();
-  EXPECT_EQ(CodeOf([&] { WalkNames(); }), kZipErrNotZip);
-  ASSERT_FALSE(messages_.empty());
-  EXPECT_EQ(messages_.back().id, kZipMsgNotCentral);
-  EXPECT_EQ(messages_.back().number, 3);
-}
-
-TEST_F(RkZipDirReaderTest, EmptyNameIsABadRecordOrNoZipWhenSkipped) {
-  Open(Zip({"a", ""})).Locate();
-  EXPECT_EQ(CodeOf([&] { WalkNames(); }), kZipErrBadHeader);
-  EXPECT_EQ(messages_.back().id, kZipMsgBadRecord);
-  EXPECT_EQ(messages_.back().number, 2);
-  Open(Zip({"a", ""})).Locate();
-  EXPECT_EQ(CodeOf([&] { WalkNames(0, 0); }), kZipErrNotZip);
-}
-
-TEST_F(RkZipDirReaderTest, RecordCutByTheEndOfFileIsAShortRead) {
-  std::string zip = Central("name") + Central("second");
-  End e;
-  e.entriesTotal = e.entriesThisPart = 2;
-  e.cdirOffset = 0;
-  // The name length of the second record claims bytes that the file does not have.
-  zip[46 + 4 + 28] = static_cast<char>(0xFF);
-  zip[46 + 4 + 29] = static_cast<char>(0xFF);
-  Open(zip + EndRecord(e)).Locate();
-  EXPECT_EQ(CodeOf([&] { WalkNames(); }), kZipErrHeaderEof);
-  EXPECT_EQ(messages_.back().id, kZipMsgShortRecord);
-}
-
-std::string Z64(uint64_t entries, uint64_t cdirSize, uint64_t cdirOffset, uint16_t versionNeeded = 45,
-                uint32_t thisPart = 0) {
-  std::string s;
-  Put32(s, kZipSigZ64End);
-  Put64(s, 44);
-  Put16(s, 45);
-  Put16(s, versionNeeded);
-  Put32(s, thisPart);
-  Put32(s, 0);
-  Put64(s, entries);
-  Put64(s, entries);
-  Put64(s, cdirSize);
-  Put64(s, cdirOffset);
-  return s;
-}
-
-std::string Locator(uint64_t z64Offset, uint32_t part = 0, uint32_t totalParts = 1) {
-  std::string s;
-  Put32(s, kZipSigZ64Locator);
-  Put32(s, part);
-  Put64(s, z64Offset);
-  Put32(s, totalParts);
-  return s;
+std::string Locator(uint64_t z64Offset, uint32_t part = 0) {
+  return Le({{4, kZipSigZ64Locator}, {4, part}, {8, z64Offset}, {4, 1}});
 }
 
 // Three records whose end record defers count, size and offset to the zip64 record.
-std::string Zip64(uint16_t versionNeeded = 45, uint32_t locatorPart = 0, End e = End()) {
+std::string Zip64(uint16_t versionNeeded = 45, uint32_t locatorPart = 0, End e = End(), uint64_t entries = 3) {
   std::string cdir = Central("a") + Central("b") + Central("c");
   const std::string head = "data";
   std::string zip = head + cdir;
   const uint64_t z64At = zip.size();
-  zip += Z64(3, cdir.size(), head.size(), versionNeeded) + Locator(z64At, locatorPart);
+  zip += Z64(entries, cdir.size(), head.size(), versionNeeded) + Locator(z64At, locatorPart);
   if (e.entriesTotal == 0) e.entriesTotal = e.entriesThisPart = 0xFFFF;
   e.cdirSize = e.cdirOffset = 0xFFFFFFFF;
   return zip + EndRecord(e);
@@ -327,29 +215,6 @@ TEST_F(RkZipDirReaderTest, Zip64RecordReplacesTheAllOnesFields) {
   EXPECT_EQ(reader.EndRecord().cdirOffset, 4u);
   EXPECT_EQ(reader.EndRecord().entriesTotalRead, 0xFFFF);
   EXPECT_EQ(WalkNames(), (std::vector<std::string>{"0:a", "1:b", "2:c"}));
-}
-
-TEST_F(RkZipDirReaderTest, Zip64LeavesCountsThatDidNotOverflow) {
-  End e;
-  e.entriesTotal = e.entriesThisPart = 2;
-  RkZipDirReader& reader = Open(Zip64(45, 0, e));
-  reader.Locate();
-  EXPECT_TRUE(reader.EndRecord().isZip64);
-  EXPECT_EQ(reader.EndRecord().entriesTotal, 2u);
-  EXPECT_EQ(CodeOf([&] { WalkNames(); }), kZipErrTooManyRecords);
-}
-
-TEST_F(RkZipDirReaderTest, Zip64RefusesEncipheredAndNewerDirectories) {
-  EXPECT_EQ(CodeOf([&] { Open(Zip64(62)).Locate(); }), kZipErrEncryptedCdir);
-  EXPECT_TRUE(Said(kZipMsgEncryptedCdir));
-  EXPECT_EQ(CodeOf([&] { Open(Zip64(0x0363)).Locate(); }), kZipErrNewerVersion);
-  EXPECT_EQ(messages_.back().id, kZipMsgNewerVersion);
-  EXPECT_EQ(messages_.back().number, 0x63);
-}
-
-TEST_F(RkZipDirReaderTest, Zip64RecordOfAnotherPartIsRefusedSilently) {
-  EXPECT_EQ(CodeOf([&] { Open(Zip64(45, 1)).Locate(); }), kZipErrNotZip);
-  EXPECT_TRUE(messages_.empty());
 }
 
 TEST_F(RkZipDirReaderTest, LocatorIsIgnoredWithoutAnAllOnesField) {
@@ -367,14 +232,7 @@ TEST_F(RkZipDirReaderTest, LocatorIsIgnoredWithoutAnAllOnesField) {
 }
 
 TEST_F(RkZipDirReaderTest, HugeCountIsRefusedBeforeItSizesAnything) {
-  std::string cdir = Central("a");
-  std::string zip = "data" + cdir;
-  const uint64_t z64At = zip.size();
-  zip += Z64(uint64_t{1} << 40, cdir.size(), 4) + Locator(z64At);
-  End e;
-  e.entriesTotal = e.entriesThisPart = 0xFFFF;
-  e.cdirSize = e.cdirOffset = 0xFFFFFFFF;
-  RkZipDirReader& reader = Open(zip + EndRecord(e));
+  RkZipDirReader& reader = Open(Zip64(45, 0, End(), uint64_t{1} << 40));
   reader.Locate();
   EXPECT_EQ(reader.EndRecord().entriesTotal, uint64_t{1} << 40);
   int visited = 0;
@@ -383,46 +241,67 @@ TEST_F(RkZipDirReaderTest, HugeCountIsRefusedBeforeItSizesAnything) {
   EXPECT_EQ(visited, 0);
 }
 
-TEST_F(RkZipDirReaderTest, CorpusZipsLocateAndWalk) {
-  const std::filesystem::path corpus = RK_CORPUS_DIR;
-  if (!std::filesystem::is_directory(corpus)) GTEST_SKIP() << "no test corpus at " << corpus;
-  // Counts as another reader lists them, or the code this reader must give.
-  const struct {
-    const char* path;
-    uint64_t entries;
-    uint32_t code;
-  } cases[] = {
-      {"go-zip/test.zip", 2, 0},
-      {"go-zip/zip64.zip", 1, 0},
-      {"go-zip/zip64-2.zip", 1, 0},
-      {"go-zip/winxp.zip", 4, 0},
-      {"go-zip/dd.zip", 1, 0},
-      {"go-zip/test-trailing-junk.zip", 2, 0},
-      {"go-zip/test-baddirsz.zip", 2, 0},
-      {"go-zip/FuzzReader-raw.zip", 364, 0},
-      {"go-zip/test-prefix.zip", 0, kZipErrNotZip},  // stub before offsets that were not moved
-      {"go-zip/readme.notzip", 0, kZipErrNotZip},
+// Damaged directories: the code that finding the end and walking its records raises, and the last
+// message, which says why (no message at all for 0).
+struct DamageCase {
+  const char* name;
+  std::string bytes;
+  uint32_t code;
+  uint32_t message;
+  int64_t number = -1;  // the message's number, where it matters
+  int64_t last = -1;    // the walk's last record
+};
+
+void PrintTo(const DamageCase& c, std::ostream* os) { *os << c.name; }
+
+std::vector<DamageCase> DamageCases() {
+  // The name length of the second record claims bytes that the file does not have.
+  std::string cut = Central("name") + Central("second");
+  cut[46 + 4 + 28] = cut[46 + 4 + 29] = static_cast<char>(0xFF);
+  End two;
+  two.entriesTotal = two.entriesThisPart = 2;
+  return {
+      {"TwentyOneBytesAreNoZip", EndRecord(End()).substr(0, 21), kZipErrNotZip, kZipMsgNoEndRecord},
+      {"HeaderSignatureAfterTheComment", Zip({"a"}) + Le({{4, kZipSigLocal}}), kZipErrNotZip, kZipMsgNoEndRecord},
+      {"JunkAfterTheEndRecord", Zip({"a"}) + "junk", 0, 0},
+      // A self-extractor stub before offsets that were not moved by its length.
+      {"DirectoryOffsetNotAtACentralRecord", "MZ self-extractor stub" + Zip({"a", "b"}), kZipErrNotZip,
+       kZipMsgFirstNotCentral},
+      {"CountOneTooLowIsTooManyRecords", Zip({"a", "b", "c"}, End(), -1), kZipErrTooManyRecords, kZipMsgTooManyRecords},
+      {"CountOneTooHighMeetsTheEndRecord", Zip({"a", "b"}, End(), 1), kZipErrNotZip, kZipMsgNotCentral, 3},
+      {"EmptyNameIsABadRecord", Zip({"a", ""}), kZipErrBadHeader, kZipMsgBadRecord, 2},
+      {"EmptyNameSkippedIsNoZip", Zip({"a", ""}), kZipErrNotZip, kZipMsgNotCentral, -1, 0},
+      {"RecordCutByTheEndOfFile", cut + EndRecord(two), kZipErrHeaderEof, kZipMsgShortRecord},
+      // The zip64 record keeps the counts that did not overflow: three records are too many.
+      {"Zip64LeavesCountsThatDidNotOverflow", Zip64(45, 0, two), kZipErrTooManyRecords, kZipMsgTooManyRecords},
+      {"Zip64EncipheredDirectory", Zip64(62), kZipErrEncryptedCdir, kZipMsgEncryptedCdir},
+      {"Zip64NewerVersion", Zip64(0x0363), kZipErrNewerVersion, kZipMsgNewerVersion, 0x63},
+      {"Zip64RecordOfAnotherPartRefusedSilently", Zip64(45, 1), kZipErrNotZip, 0},
   };
-  for (const auto& c : cases) {
-    const std::filesystem::path file = corpus / c.path;
-    if (!std::filesystem::exists(file)) {
-      ADD_FAILURE() << "corpus file missing: " << c.path;
-      continue;
-    }
-    auto span = std::make_shared<RkSpanIn>();
-    ASSERT_TRUE(span->Open(FidString::FromPosix(file.string()), 32768, 64)) << c.path;
-    RkZipDirReader reader(span, nullptr, kZipCharsetAuto);
-    uint64_t seen = 0;
-    const uint32_t code = CodeOf([&] {
-      reader.Locate();
-      reader.Walk(0, -1, [&](uint64_t, const RkZipRecord&) { ++seen; });
-    });
-    EXPECT_EQ(code, c.code) << c.path;
-    if (c.code == 0) {
-      EXPECT_EQ(seen, c.entries) << c.path;
-    }
+}
+
+class RkZipDirReaderDamage : public RkZipDirReaderTest, public testing::WithParamInterface<DamageCase> {};
+
+TEST_P(RkZipDirReaderDamage, RaisesItsCodeWithItsMessage) {
+  const DamageCase& c = GetParam();
+  EXPECT_EQ(CodeOf([&] {
+              Open(c.bytes).Locate();
+              WalkNames(0, c.last);
+            }),
+            c.code);
+  if (c.message == 0) {
+    EXPECT_TRUE(messages_.empty()) << messages_.front().id;
+    return;
+  }
+  ASSERT_FALSE(messages_.empty());
+  EXPECT_EQ(messages_.back().id, c.message);
+  if (c.number >= 0) {
+    EXPECT_EQ(messages_.back().number, c.number);
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Table, RkZipDirReaderDamage, testing::ValuesIn(DamageCases()),
+                         [](const auto& row) { return std::string(row.param.name); });
 
 TEST(RkReadBufTest, ReadsSkipsAndSeeksAcrossRefills) {
   ScratchFolder dir;
@@ -528,15 +407,24 @@ TEST(RkZipCharsetTest, OemReadingWinsOnlyWhenItIsCleanLetters) {
   EXPECT_EQ(RkZipTrimText(std::string("\0\0", 2), '_'), "");
 }
 
-}  // namespace
-
-namespace {
-
 // Every file of the corpus, archives of all kinds, images and damaged inputs alike: the type tests
-// and the directory reader answer or refuse, and nothing escapes but our own errors.
+// and the directory reader answer or refuse, and nothing escapes but our own errors. Some zips have
+// the counts another reader lists, or the code this reader must give.
 TEST(RkZipDirReaderCorpusTest, EveryCorpusFileIsAnsweredOrRefused) {
   const std::filesystem::path corpus = RK_CORPUS_DIR;
   if (!std::filesystem::is_directory(corpus)) GTEST_SKIP() << "no test corpus at " << corpus;
+  std::map<std::string, std::pair<uint64_t, uint32_t>> known = {
+      {"go-zip/test.zip", {2, 0}},
+      {"go-zip/zip64.zip", {1, 0}},
+      {"go-zip/zip64-2.zip", {1, 0}},
+      {"go-zip/winxp.zip", {4, 0}},
+      {"go-zip/dd.zip", {1, 0}},
+      {"go-zip/test-trailing-junk.zip", {2, 0}},
+      {"go-zip/test-baddirsz.zip", {2, 0}},
+      {"go-zip/FuzzReader-raw.zip", {364, 0}},
+      {"go-zip/test-prefix.zip", {0, kZipErrNotZip}},  // stub before offsets that were not moved
+      {"go-zip/readme.notzip", {0, kZipErrNotZip}},
+  };
   size_t files = 0, walked = 0;
   for (const auto& item : std::filesystem::recursive_directory_iterator(corpus)) {
     if (!item.is_regular_file()) continue;
@@ -547,20 +435,30 @@ TEST(RkZipDirReaderCorpusTest, EveryCorpusFileIsAnsweredOrRefused) {
     auto span = std::make_shared<RkSpanIn>();
     if (!span->Open(path, 32768, 64)) continue;
     RkZipDirReader reader(span, nullptr, kZipCharsetAuto);
+    uint64_t seen = 0;
+    uint32_t code = 0;
     try {
       reader.Locate();
-      uint64_t seen = 0;
       reader.Walk(0, -1, [&](uint64_t, const RkZipRecord& r) {
         ++seen;
         EXPECT_FALSE(r.name.empty());
       });
       EXPECT_EQ(seen, reader.EndRecord().entriesTotal) << item.path();
       ++walked;
-    } catch (const RkLib::RkError&) {
+    } catch (const RkLib::RkError& e) {
+      code = e.isFatal() ? e.code() : UINT32_MAX;  // a failure that is not fatal matches no row
     }
+    const auto expected = known.find(item.path().lexically_relative(corpus).string());
+    if (expected == known.end()) continue;
+    EXPECT_EQ(code, expected->second.second) << item.path();
+    if (code == 0) {
+      EXPECT_EQ(seen, expected->second.first) << item.path();
+    }
+    known.erase(expected);
   }
   EXPECT_GT(files, 0u);
   EXPECT_GT(walked, 0u);
+  for (const auto& [file, counts] : known) ADD_FAILURE() << "corpus file missing: " << file;
 }
 
 }  // namespace

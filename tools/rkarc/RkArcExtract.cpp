@@ -65,14 +65,16 @@ class CliCallback : public RkArcCallback {
   }
 
   uint64_t totalBytes = 0;  // for the progress bar
-  int problems = 0;
   int kept = 0;
 
   bool ReportMessage(uint32_t level, const RkString& message) override {
     if (level == 0) return true;
     ClearBar();
-    std::fprintf(stderr, "rkarc: %s: %s\n", archive_.c_str(), message.toUtf8().c_str());
-    if (level >= RkLib::kSeveritySevere) ++problems;
+    // The library writes names with '\\' between their parts; here they are paths of this system.
+    std::string text = message.toUtf8();
+    for (char& c : text)
+      if (c == '\\') c = '/';
+    std::fprintf(stderr, "rkarc: %s: %s\n", archive_.c_str(), text.c_str());
     return true;
   }
 
@@ -212,8 +214,8 @@ int Run(int argc, char** argv, bool extract) {
       std::fprintf(stderr, "rkarc: %s: %s (code %u)\n", options.archive.c_str(), why.c_str(), state.code);
       return kExitBad;
     }
-    std::fprintf(stderr, "rkarc: %s: %d entr%s failed (first failure: code %u)\n", options.archive.c_str(),
-                 std::max(callback.problems, 1), callback.problems == 1 ? "y" : "ies", state.code);
+    std::fprintf(stderr, "rkarc: %s: not every entry %s (first failure: code %u); the others are done\n",
+                 options.archive.c_str(), extract ? "was extracted" : "is sound", state.code);
     return kExitSomeFailed;
   } catch (const RkLib::RkError& e) {
     std::fprintf(stderr, "rkarc: %s: the request was refused (code %u)\n", options.archive.c_str(), e.code());

@@ -312,6 +312,11 @@ void RkExtractItem::Finish() {
     const RkZipEntry* data = detail && detail->target ? detail->target : entry_;
     Report(RkLib::kSeveritySevere, kZipMsgSizeMismatch,
            {Decimal(data->originalSize64), RkString(u"more")});
+  } else if (failure.severity() != 0 && failure.code() == RkPipeLib::kPipeUnsupported) {
+    const RkZipEntryDetail* detail = entry_->detail();
+    const RkZipEntry* data = detail && detail->target ? detail->target : entry_;
+    Report(RkLib::kSeveritySevere, kZipMsgNoDecoder,
+           {RkString::FromAscii(RkZipEntry::MethodName(data->EffectiveMethod()))});
   } else if (failure.severity() != 0 && failure.code() >= RkPipeLib::kPipeOutOfMemory &&
              failure.code() <= RkPipeLib::kPipeUnknownException && failure.code() != RkPipeLib::kPipeCancelled &&
              failure.code() != RkPipeLib::kPipeInterrupted) {

@@ -64,6 +64,7 @@ class RkInMemoryOut : public RkMultiPipeOut {
   explicit RkInMemoryOut(const RkZipFile* archive = nullptr) : archive_(archive) {}
   std::vector<uint8_t>& Data() { return data_; }
   void Clear() { data_.clear(); }
+  const RkZipFile* Archive() const { return archive_; }
 
  protected:
   void Consume(const uint8_t* data, size_t size) override { data_.insert(data_.end(), data, data + size); }

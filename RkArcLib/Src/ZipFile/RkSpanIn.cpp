@@ -34,6 +34,8 @@ void RkSpanIn::SetPartNumbers(int64_t current, int64_t last) {
   if (last != -1) lastPart_ = last;
 }
 
+// A lone file (last part 0) is every part there is: writers that put other numbers in the part
+// fields of a single file are common, and their entries are read all the same.
 bool RkSpanIn::CanReach(int64_t part) const {
   return lastPart_ == 0 || part == -1 || part == currentPart_ || currentPart_ == -1;
 }

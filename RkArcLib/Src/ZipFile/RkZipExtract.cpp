@@ -37,8 +37,13 @@ std::shared_ptr<const RkArcSupportInfo> RkZipFile::GetSupportInfo() const {
 
 std::shared_ptr<RkSpanIn> RkZipFile::SharedSpan() {
   if (!spanIn_) spanIn_ = std::make_shared<RkSpanIn>();
-  if (!spanIn_->IsOpen() && !spanIn_->Open(GetFileName(), 32768, 64)) return nullptr;
-  spanIn_->SetPartNumbers(-1, 0);
+  if (!spanIn_->IsOpen()) {
+    if (!spanIn_->Open(GetFileName(), 32768, 64)) return nullptr;
+    // The named file is the last part: the data of entries on the parts before it cannot be
+    // reached through it, and such entries fail with 11 rather than read another part's offsets.
+    const auto last = static_cast<int64_t>(endRecord_.thisPart);
+    spanIn_->SetPartNumbers(last, last);
+  }
   return spanIn_;
 }
 
