@@ -1,14 +1,9 @@
 #include "RkDocCollection.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <filesystem>
 #include <new>
 
 #include "RkError.h"
+#include "RkFileOps.h"
 #include "RkFindFile.h"
 #include "RkViewerException.h"
 #include "RkViewerState.h"
@@ -17,19 +12,10 @@ namespace RkImgVwr {
 
 namespace {
 
-enum class RkPathKind { kMissing, kFile, kFolder };
-
-// What lies at a path; errno tells why it is missing. The host's own paths may lie behind links
-// (followLinks); the cleanup never follows one.
-RkPathKind Examine(const FidString& path, int& error, bool followLinks) {
-  struct stat st;
-  const std::string sys = path.ToPosix();
-  if ((followLinks ? ::stat(sys.c_str(), &st) : ::lstat(sys.c_str(), &st)) != 0) {
-    error = errno;
-    return RkPathKind::kMissing;
-  }
-  return S_ISDIR(st.st_mode) ? RkPathKind::kFolder : RkPathKind::kFile;
-}
+using RkLib::RkLinks;
+using RkLib::RkPathInfo;
+using RkLib::RkPathKind;
+using RkLib::RkReplace;
 
 // A folder or name part that would lead out of the temporary folder: "..", a root, a drive.
 bool ClimbsOut(const RkString& part) {
@@ -57,16 +43,17 @@ RkDocCollection::RkDocCollection(const FidString& archivePath, const FidString& 
       correctNames_(correctNames) {
   try {
     if (archivePath.IsFolderOnly()) throw RK_VIEWER_ERROR(kCodeBadPaths, 2, kMsgBadPaths);
-    int error = 0;
-    RkPathKind kind = Examine(archivePath, error, true);
-    if (kind == RkPathKind::kMissing) throw RK_ERRNO_ERROR(error, 5);
-    if (kind == RkPathKind::kFolder) throw RK_VIEWER_ERROR(kCodeBadPaths, 2, kMsgBadPaths);
+    // The host's own paths may lie behind links: what they lead to counts.
+    RkPathInfo info;
+    uint32_t error = RkLib::RkGetPathInfo(archivePath, info, RkLinks::kFollowed);
+    if (error != 0) throw RK_SYSTEM_ERROR(error, 5);
+    if (info.kind == RkPathKind::kFolder) throw RK_VIEWER_ERROR(kCodeBadPaths, 2, kMsgBadPaths);
     if (tempFolder.empty()) throw RK_VIEWER_ERROR(kCodeBadPaths, 2, kMsgBadPaths);
     FidString folder(tempFolder);
     folder.RemoveSeparator();
-    kind = Examine(folder, error, true);
-    if (kind == RkPathKind::kMissing) throw RK_ERRNO_ERROR(error, 5);
-    if (kind != RkPathKind::kFolder) throw RK_VIEWER_ERROR(kCodeBadPaths, 2, kMsgBadPaths);
+    error = RkLib::RkGetPathInfo(folder, info, RkLinks::kFollowed);
+    if (error != 0) throw RK_SYSTEM_ERROR(error, 5);
+    if (info.kind != RkPathKind::kFolder) throw RK_VIEWER_ERROR(kCodeBadPaths, 2, kMsgBadPaths);
   } catch (const RkViewerException&) {
     throw;
   } catch (...) {
@@ -86,9 +73,9 @@ RkDocCollection::~RkDocCollection() {
     CloseArchive();
     FidString folder(tempFolder_);
     folder.RemoveSeparator();
-    int error = 0;
     // A folder that held a deleted document stays: the host may still look for that item there.
-    if (!folder.empty() && Examine(folder, error, false) == RkPathKind::kFolder && !anyDeleted &&
+    // The cleanup never follows a link.
+    if (!folder.empty() && RkLib::RkIsFolder(folder, RkLinks::kNotFollowed) && !anyDeleted &&
         FolderHoldsNoFile(folder, 0)) {
       RemoveEmptyTree(folder, 0);
     }
@@ -120,7 +107,7 @@ void RkDocCollection::RemoveEmptyTree(const FidString& folder, int depth) {
       if (find.IsFolder() && !find.IsLink()) children.push_back(find.GetPath());
     for (const FidString& child : children) RemoveEmptyTree(child, depth + 1);
   }
-  ::rmdir(folder.ToPosix().c_str());
+  RkLib::RkRemoveFolder(folder);
 }
 
 RkSourceDocument* RkDocCollection::add(const RkString& folder, const RkString& archiveName, const RkString& name,
@@ -320,10 +307,9 @@ void RkDocCollection::Extract(RkSourceDocument* document) {
     FidString from = document->fullPath();
     RkString extractedName = document->getName();
     document->setName(document->getArchiveName());
-    if (std::rename(from.ToPosix().c_str(), document->fullPath().ToPosix().c_str()) != 0) {
-      const int error = errno;
+    if (const uint32_t error = RkLib::RkMoveFile(from, document->fullPath(), RkReplace::kYes); error != 0) {
       document->setName(extractedName);
-      throw RK_ERRNO_ERROR(error, 5);
+      throw RK_SYSTEM_ERROR(error, 5);
     }
   }
 }
@@ -357,10 +343,8 @@ bool RkDocCollection::saveAs(RkSourceDocument* document, RkSourceDocument** newD
     target = add(document->getFolder(), document->getArchiveName(), newName, 0, false, false);
     RK_ASSERT(target != nullptr);
     target->setExtracted(document->getExtracted());
-    std::error_code ec;
-    std::filesystem::copy_file(document->fullPath().ToPosix(), target->fullPath().ToPosix(),
-                               std::filesystem::copy_options::overwrite_existing, ec);
-    if (ec) throw RK_ERRNO_ERROR(ec.value(), 5);
+    const uint32_t error = RkLib::RkCopyFile(document->fullPath(), target->fullPath(), RkReplace::kYes);
+    if (error != 0) throw RK_SYSTEM_ERROR(error, 5);
     *newDocument = target;
   }
   document->setModification(kModificationNone);

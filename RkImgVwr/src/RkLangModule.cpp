@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <optional>
 
 #include "RkFid.h"
+#include "RkFileIO.h"
 #include "RkProcess.h"
 #include "RkSettings.h"
 
@@ -164,13 +164,14 @@ RkString RkLangModule::LocaleNameOfLanguage(uint32_t languageId) {
 }
 
 bool RkLangModule::LoadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  std::string text;
-  text.resize(kMaxFileBytes + 1);
-  in.read(text.data(), static_cast<std::streamsize>(text.size()));
-  const size_t got = static_cast<size_t>(in.gcount());
-  if (got == 0 || got > kMaxFileBytes) return false;
+  RkLib::RkFileIO file;
+  if (!file.Open(FidString::FromPosix(path), "rb")) return false;
+  const int64_t size = file.GetSize();
+  if (size <= 0 || static_cast<uint64_t>(size) > kMaxFileBytes) return false;
+  std::string text(static_cast<size_t>(size), '\0');
+  // A file cut short meanwhile gives what is left; one grown meanwhile is read to its old size.
+  const size_t got = file.Read(text.data(), text.size());
+  if (got == 0) return false;
   text.resize(got);
   Parse(text);
   filePath_ = path;

@@ -1,8 +1,6 @@
 #include "RkSourceDocument.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
+#include "RkFileOps.h"
 #include "RkLangModule.h"
 #include "RkViewerException.h"
 
@@ -46,8 +44,8 @@ RkSourceDocument::~RkSourceDocument() {
 }
 
 bool RkSourceDocument::existsOnDisk() const {
-  struct stat st;
-  return ::lstat(fullPath().ToPosix().c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+  RkLib::RkPathInfo info;
+  return RkLib::RkGetPathInfo(fullPath(), info) == 0 && info.kind != RkLib::RkPathKind::kFolder;
 }
 
 RkString RkSourceDocument::folderAndName() const { return RkJoinPath(folder_, name_); }
@@ -63,7 +61,7 @@ FidString RkSourceDocument::fullFolder() const {
 }
 
 void RkSourceDocument::deleteFile() {
-  if (extracted_ && !keepFile_ && !wiped_) ::unlink(fullPath().ToPosix().c_str());
+  if (extracted_ && !keepFile_ && !wiped_) RkLib::RkDeleteFile(fullPath());
 }
 
 RkImageSourceDocument::RkImageSourceDocument(RkString folder, RkString archiveName, RkString name,

@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include "RkBOM.h"
 #include "RkError.h"
 #include "RkFid.h"
+#include "RkFileOps.h"
 #include "RkLangModule.h"
 #include "RkProcess.h"
 #include "RkViewerException.h"
@@ -48,6 +48,9 @@ class RkWipeList {
   RkWipeList() = default;
   RkWipeList(const RkWipeList&) = delete;
   RkWipeList& operator=(const RkWipeList&) = delete;
+  // The name is mkostemp's, kept as the system's bytes: turned into a FidString, a temporary
+  // folder whose name holds a backslash or bytes that are not UTF-8 would name another file, and
+  // this private list would stay behind.
   ~RkWipeList() {
     if (!kept_ && !path_.empty()) ::unlink(path_.c_str());
   }
@@ -136,8 +139,9 @@ void wipeTemporaryFiles(RkDocCollection* collection) {
   if (wiper.empty() || wiper.IsFolderOnly()) return;
   wiper.ReplaceName(RkString::FromAscii(kWiperName).view());
   const std::string wiperPath = wiper.ToPosix();
-  struct stat st;
-  if (::stat(wiperPath.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return;
+  RkLib::RkPathInfo info;
+  if (RkLib::RkGetPathInfo(wiper, info, RkLib::RkLinks::kFollowed) != 0 || info.kind != RkLib::RkPathKind::kFile)
+    return;
 
   RkHideDeletedScope showAll(false);
   RkLib::FidList files;

@@ -16,8 +16,4 @@ RkViewerException RkMakeSystemError(uint32_t systemCode, uint32_t severity, cons
                            RkString::FromUtf8(file), static_cast<uint32_t>(line));
 }
 
-RkViewerException RkMakeErrnoError(int error, uint32_t severity, const char* file, int line) {
-  return RkMakeSystemError(RkLib::RkSystemErrorFromErrno(error), severity, file, line);
-}
-
 }  // namespace RkImgVwr

@@ -74,12 +74,9 @@ class RkViewerException {
 RkViewerException RkMakeViewerError(uint32_t code, uint32_t severity, uint32_t messageId, const char* file,
                                     int line);
 RkViewerException RkMakeSystemError(uint32_t systemCode, uint32_t severity, const char* file, int line);
-// The system error of the last failed call (errno), as a system error number.
-RkViewerException RkMakeErrnoError(int error, uint32_t severity, const char* file, int line);
 
 }  // namespace RkImgVwr
 
 #define RK_VIEWER_ERROR(code, severity, messageId) \
   ::RkImgVwr::RkMakeViewerError((code), (severity), (messageId), __FILE__, __LINE__)
 #define RK_SYSTEM_ERROR(systemCode, severity) ::RkImgVwr::RkMakeSystemError((systemCode), (severity), __FILE__, __LINE__)
-#define RK_ERRNO_ERROR(error, severity) ::RkImgVwr::RkMakeErrnoError((error), (severity), __FILE__, __LINE__)
