@@ -333,6 +333,22 @@ TEST_F(RkZipExtractTest, SelectionsExtractOnlyWhatTheyName) {
   EXPECT_TRUE(TreeOf(out.path()).empty());
 }
 
+// In memory mode nothing touches the disk, and the caller gets the entry's exact bytes.
+TEST_F(RkZipExtractTest, MemoryModeHandsOverTheBytesAndWritesNothing) {
+  if (!Have("zip")) GTEST_SKIP() << "zip is needed";
+  const std::string archive = Archive("zip -q -r \"$A\" .");
+  ASSERT_FALSE(archive.empty());
+  ZipRun run(archive);
+  ScratchFolder out;
+  EXPECT_TRUE(run.Run(out.path(), [](RkArcSelection& s) {
+    s.AddItem(RkString(u"a/b/c/deep.txt"), false);
+    s.toMemory = true;
+  })) << run.state.code;
+  const std::vector<uint8_t>& got = run.zip->MemoryOutput();
+  EXPECT_EQ(std::string(got.begin(), got.end()), ReadFile(Src() + "/a/b/c/deep.txt"));
+  EXPECT_TRUE(TreeOf(out.path()).empty());
+}
+
 TEST_F(RkZipExtractTest, JunkPathsPutsEveryFileInTheBase) {
   if (!Have("zip")) GTEST_SKIP() << "zip is needed";
   const std::string archive = Archive("zip -q -r \"$A\" . -x '*.bin'");

@@ -86,7 +86,7 @@ void RkExtractItem::Report(uint32_t level, uint32_t messageId, std::initializer_
 
 void RkExtractItem::Prepare() {
   isFolder_ = entry_->IsDirectory() || entry_->IsLabel();
-  if (pool_.testOnly) return;
+  if (pool_.testOnly || pool_.selection.toMemory) return;
   const RkString name = OutputName(*entry_, pool_.selection.JunkPaths());
   const auto cannotMake = [&] {
     Report(RkLib::kSeverityFatal, kZipMsgOutput);
@@ -331,6 +331,7 @@ void RkExtractItem::Finish() {
     if (entry_->HostSystem() == kUnixHost && S_ISREG(mode)) ::fchmod(file_.Handle(), mode & 0777);
     CloseOutput();
   }
+  if (pool_.selection.toMemory && !pool_.testOnly && !isFolder_) pool_.archive.KeepMemoryOutput(std::move(pipe_.MemoryOut().Data()));
   if (pool_.testOnly) {
     Report(kLevelInfo, kZipMsgTestedOk);
     if (lastOfRun_) pool_.archive.Report(kLevelInfo, RkZipFile::MessageText(kZipMsgTestsDone, {}));

@@ -107,8 +107,9 @@ bool RkZipFile::Run(const RkArcSelection& selection, bool testOnly, RkState& sta
       return true;
     }
 
+    memoryOutput_.clear();
     RkExtractPoolGroup pool(*this, selection, testOnly);
-    if (!testOnly) {
+    if (!testOnly && !selection.toMemory) {
       if (const int error = pool.output.Open(selection.BaseFolder()); error != 0) {
         Report(RkLib::kSeverityFatal, MessageText(kZipMsgOutput, {selection.BaseFolder()}));
         throw RkLib::RkFatalError(kZipErrOutput);

@@ -136,6 +136,11 @@ class RkZipFile : public RkArchive {
   // Reports at once; false from the host is its cancel, RkFatalError(8).
   void Report(uint32_t level, const RkLib::RkString& text);
 
+  // In memory mode (RkArcSelection::toMemory): the bytes of the entry extracted last, kept until
+  // the next run. KeepMemoryOutput is the run's own way in.
+  const std::vector<uint8_t>& MemoryOutput() const { return memoryOutput_; }
+  void KeepMemoryOutput(std::vector<uint8_t>&& data) { memoryOutput_ = std::move(data); }
+
   // Entries leave through pipes, several at once, in the order they lie in the file.
   bool Extract(const RkArcSelection& selection, RkState& state) override;
   bool Test(const RkArcSelection& selection, RkState& state) override;
@@ -170,6 +175,7 @@ class RkZipFile : public RkArchive {
   mutable bool nameOrderBuilt_ = false;
   mutable std::mutex nameOrderLock_;
   std::mutex callbackLock_;
+  std::vector<uint8_t> memoryOutput_;
   std::map<ReferenceId, uint64_t> referenceTargets_;
   std::multimap<ReferenceId, uint64_t> references_;
   RkZipEHdr endRecord_;
